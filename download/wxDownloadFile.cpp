@@ -1,0 +1,263 @@
+#include "download/wxDownloadFile.h"
+
+#include "download/wxDownloadEvent.h"
+
+#include <wx/file.h>
+#include <wx/log.h>
+#include <wx/module.h>
+#include <wx/protocol/protocol.h>
+#include <wx/stream.h>
+#include <wx/url.h>
+#include <wx/window.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace
+{
+
+// How long connecting, or one read, may go without an answer.
+constexpr wxUint32 TIMEOUT_SECONDS = 100;
+
+// What is read and written at a time, in bytes; a progress interval is best a multiple of it.
+constexpr size_t BLOCK_SIZE = 4096;
+
+constexpr wxLongLong_t UNKNOWN_SIZE = -1; // wxInputStream::GetSize()'s marker, all ones
+
+// How long the process's end waits for threads that have been told to stop. Closing the window
+// takes effect within a second, also when a thread sits in a read that cannot be interrupted.
+constexpr std::chrono::milliseconds EXIT_WAIT(500);
+
+// What the main thread and the download threads share. One lock serves all downloads: it is held
+// only for a post, a log message or a change of the list, and unlike a lock inside the object it
+// outlives every thread that waits for it.
+struct HandOff
+{
+    std::mutex lock;
+    std::condition_variable changed;        // a receiver was cleared, or a thread has ended
+    std::vector<wxDownloadFile*> downloads; // whose threads have been started and not yet ended
+};
+
+HandOff handOff;
+
+using Locker = std::unique_lock<std::mutex>;
+
+// Writes all of a block; after a short write the next one tells the log why.
+bool WriteBlock(wxFile& file, const char* data, size_t size)
+{
+    while (size > 0)
+    {
+        const size_t written = file.Write(data, size);
+        if (written == 0)
+            return false;
+        data += written;
+        size -= written;
+    }
+    return true;
+}
+
+} // namespace
+
+// While it lives, hands what the toolkit logs on the download thread to the main thread's log as
+// long as the receiver is set. The toolkit's own way from a thread to that log goes through the
+// application object, which a cancelled thread may outlive.
+class wxDownloadLog : public wxLog
+{
+public:
+    explicit wxDownloadLog(const wxDownloadFile& download) : m_download(download)
+    {
+        wxLog::SetThreadActiveTarget(this);
+    }
+
+    ~wxDownloadLog() override { wxLog::SetThreadActiveTarget(nullptr); }
+
+protected:
+    void DoLogRecord(wxLogLevel level, const wxString& msg, const wxLogRecordInfo& info) override
+    {
+        const Locker locker(handOff.lock);
+        if (!m_download.m_parent)
+            return;
+        // The text has the system's error in it by now; the new record must not add it again.
+        const wxLogRecordInfo plain(info.filename, info.line, info.func, info.component);
+        wxLog::SetThreadActiveTarget(nullptr);
+        wxLog::OnLog(level, msg, plain);
+        wxLog::SetThreadActiveTarget(this);
+    }
+
+private:
+    const wxDownloadFile& m_download;
+};
+
+// Takes leave of the threads that are still there when the main loop has ended.
+class wxDownloadModule : public wxModule
+{
+public:
+    wxDownloadModule()
+    {
+        // Modules are taken down before those they depend on.
+        for (const char* used :
+             {"wxThreadModule", "wxSocketModule", "wxURLModule", "wxTranslationsModule"})
+            AddDependency(used);
+    }
+
+    bool OnInit() override { return true; }
+
+    void OnExit() override
+    {
+        Locker locker(handOff.lock);
+        for (wxDownloadFile* download : handOff.downloads)
+        {
+            download->m_running = false;
+            download->m_parent = nullptr;
+        }
+        handOff.changed.notify_all();
+        const bool allEnded =
+            handOff.changed.wait_for(locker, EXIT_WAIT, [] { return handOff.downloads.empty(); });
+        // Nothing is left to do but to free memory, which would pull it from under the thread.
+        if (!allEnded)
+            std::_Exit(EXIT_SUCCESS);
+    }
+
+private:
+    wxDECLARE_DYNAMIC_CLASS(wxDownloadModule);
+};
+
+wxIMPLEMENT_DYNAMIC_CLASS(wxDownloadModule, wxModule);
+
+wxDownloadFile::wxDownloadFile(wxWindow* parent, wxString url, wxString localFile, bool notify,
+                               wxLongLong_t notifyBytes)
+    : wxThread(wxTHREAD_DETACHED)
+    , m_parent(parent)
+    , m_url(url.Clone())
+    , m_localFile(localFile.Clone())
+    , m_notify(notify)
+    , m_notifyBytes(notifyBytes)
+{
+    // Makes sure that there is a log: without one, what a thread logs is dropped.
+    wxLog::GetActiveTarget();
+
+    if (Create() != wxTHREAD_NO_ERROR)
+    {
+        wxLogError("Can't create download thread!");
+        return;
+    }
+
+    {
+        const Locker locker(handOff.lock);
+        handOff.downloads.push_back(this);
+    }
+    m_started = Run() == wxTHREAD_NO_ERROR;
+    if (!m_started)
+        wxLogError("Can't start download thread!");
+}
+
+wxDownloadFile::~wxDownloadFile()
+{
+    const Locker locker(handOff.lock);
+    auto& downloads = handOff.downloads;
+    downloads.erase(std::remove(downloads.begin(), downloads.end(), this), downloads.end());
+    handOff.changed.notify_all();
+}
+
+void wxDownloadFile::CancelDownload()
+{
+    if (!m_started)
+    {
+        // Without a thread there is nobody else to delete the object.
+        delete this;
+        return;
+    }
+
+    const Locker locker(handOff.lock);
+    m_running = false;
+    m_parent = nullptr;
+    handOff.changed.notify_all();
+}
+
+void wxDownloadFile::SetNotify(bool notify, wxLongLong_t notifyBytes)
+{
+    m_notify = notify;
+    m_notifyBytes = notifyBytes;
+}
+
+wxThread::ExitCode wxDownloadFile::Entry()
+{
+    m_running = true;
+    const wxDownloadLog log(*this);
+    {
+        wxDownloadEvent event(wxEVT_DOWNLOAD, static_cast<int>(GetId()));
+        event.SetURL(m_url);
+        event.SetDownloadedFile(m_localFile);
+
+        wxURL url(m_url);
+        if (!Transfer(url, event))
+        {
+            event.SetFileSize(0);
+            Post(event, wxDOWNLOAD_FAIL, 0);
+        }
+    }
+    WaitUntilLetGo();
+    return nullptr;
+}
+
+// Does everything but the failure report; returns whether it has posted the completion report.
+bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
+{
+    if (url.GetError() != wxURL_NOERR)
+        return false;
+    url.GetProtocol().SetTimeout(TIMEOUT_SECONDS);
+    std::unique_ptr<wxInputStream> stream(url.GetInputStream());
+    if (!stream)
+        return false;
+
+    m_fileSize = static_cast<wxLongLong_t>(stream->GetSize());
+    if (m_fileSize != UNKNOWN_SIZE)
+        event.SetFileSize(m_fileSize);
+
+    wxFile file;
+    if (!file.Create(m_localFile, true))
+        return false;
+
+    wxLongLong_t total = 0;
+    char block[BLOCK_SIZE];
+    for (;;)
+    {
+        const int count = static_cast<int>(stream->Read(block, BLOCK_SIZE).LastRead());
+        if (count < 1 || !m_running || TestDestroy())
+            break;
+        if (!WriteBlock(file, block, static_cast<size_t>(count)))
+            return false;
+        total += count;
+
+        const wxLongLong_t interval = m_notifyBytes;
+        if (m_notify && interval > 0 && total % interval == 0)
+            Post(event, wxDOWNLOAD_INPROGRESS, total);
+    }
+
+    if (!file.Close())
+        return false;
+    stream.reset();
+    Post(event, wxDOWNLOAD_COMPLETE, total);
+    return true;
+}
+
+void wxDownloadFile::Post(wxDownloadEvent& event, int status, wxLongLong_t downloadedBytes)
+{
+    event.SetDownloadStatus(status);
+    event.SetDownloadedBytes(downloadedBytes);
+
+    const Locker locker(handOff.lock);
+    if (wxWindow* const parent = m_parent)
+        parent->GetEventHandler()->AddPendingEvent(event);
+}
+
+void wxDownloadFile::WaitUntilLetGo()
+{
+    Locker locker(handOff.lock);
+    handOff.changed.wait(locker, [this] { return m_parent == nullptr; });
+}

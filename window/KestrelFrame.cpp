@@ -1,0 +1,361 @@
+#include "window/KestrelFrame.h"
+
+#include "download/wxDownloadEvent.h"
+#include "download/wxDownloadFile.h"
+#include "window/QuietLog.h"
+
+#include <wx/crt.h>
+#include <wx/fileconf.h>
+#include <wx/filedlg.h>
+#include <wx/filefn.h>
+#include <wx/filename.h>
+#include <wx/intl.h>
+#include <wx/msgdlg.h>
+#include <wx/panel.h>
+#include <wx/sizer.h>
+#include <wx/statbox.h>
+#include <wx/stattext.h>
+#include <wx/uri.h>
+#include <wx/utils.h>
+
+#include <memory>
+
+namespace
+{
+
+// Bytes between two progress reports: often enough for a calm display on a slow line.
+constexpr wxLongLong_t PROGRESS_INTERVAL = 16384;
+
+constexpr int VERSION_PARTS = 4;
+
+wxString GetSeparator()
+{
+    return wxString(wxFileName::GetPathSeparators(wxPATH_NATIVE)[0]);
+}
+
+} // namespace
+
+wxIMPLEMENT_CLASS(KestrelFrame, wxFrame);
+
+wxBEGIN_EVENT_TABLE(KestrelFrame, wxFrame)
+    EVT_CLOSE(KestrelFrame::OnClose)
+    EVT_DOWNLOAD(KestrelFrame::OnDownloadEvent)
+wxEND_EVENT_TABLE()
+
+KestrelFrame::KestrelFrame(wxWindow* parent, wxWindowID id, const wxString& title,
+                           const wxPoint& pos, const wxSize& size, long style)
+{
+    Create(parent, id, title, pos, size, style);
+}
+
+bool KestrelFrame::Create(wxWindow* parent, wxWindowID id, const wxString& title,
+                          const wxPoint& pos, const wxSize& size, long style)
+{
+    m_fileNameText = nullptr;
+    m_fileSizeText = nullptr;
+    m_progressText = nullptr;
+    m_address.clear();
+    m_iniSection.clear();
+    m_currentVersion.clear();
+    m_fileInfoPath.clear();
+    m_installerPath.clear();
+    m_installerLink.clear();
+    m_download = nullptr;
+
+    // The directory that the system makes temporary files in is where one has just been made.
+    const wxString probe = wxFileName::CreateTempFileName("nvrFile");
+    wxRemoveFile(probe);
+    m_tempDir = wxFileName(probe).GetPath(wxPATH_GET_VOLUME) + GetSeparator();
+
+    wxFrame::Create(parent, id, title, pos, size, style, wxASCII_STR(wxFrameNameStr));
+    CreateControls();
+    GetSizer()->Fit(this);
+    GetSizer()->SetSizeHints(this);
+    Centre(wxBOTH);
+    // With GTK 3 to raise a hidden window is to show it.
+    Bind(wxEVT_SHOW, &KestrelFrame::OnShow, this);
+    return true;
+}
+
+void KestrelFrame::CreateControls()
+{
+    wxBoxSizer* const frameSizer = new wxBoxSizer(wxHORIZONTAL);
+    SetSizer(frameSizer);
+
+    wxPanel* const panel = new wxPanel(this, ID_PANEL, wxDefaultPosition, wxDefaultSize,
+                                       wxSUNKEN_BORDER | wxTAB_TRAVERSAL);
+    frameSizer->Add(panel, 1, wxEXPAND | wxALL, 0);
+
+    wxStaticBox* const box = new wxStaticBox(panel, wxID_ANY, _("Download Information"));
+    wxStaticBoxSizer* const boxSizer = new wxStaticBoxSizer(box, wxHORIZONTAL);
+    panel->SetSizer(boxSizer);
+
+    // The rows follow from the number of cells.
+    wxFlexGridSizer* const grid = new wxFlexGridSizer(2, 0, 0);
+    boxSizer->Add(grid, 0, wxEXPAND | wxALL, 2);
+
+    const auto addRow = [=](const wxString& label, wxWindowID valueId, const wxString& value)
+    {
+        grid->Add(new wxStaticText(panel, wxID_STATIC, label), 0, wxALIGN_CENTER_VERTICAL | wxALL,
+                  5);
+        wxStaticText* const cell =
+            new wxStaticText(panel, valueId, value, wxDefaultPosition, wxSize(100, -1));
+        grid->Add(cell, 0, wxALIGN_CENTER_HORIZONTAL | wxALIGN_CENTER_VERTICAL | wxALL, 5);
+        return cell;
+    };
+    m_fileNameText = addRow(_("File Name:"), ID_FILE_NAME_TEXT, wxString());
+    m_fileSizeText = addRow(_("File Size:"), ID_FILE_SIZE_TEXT, _("0 kB"));
+    m_progressText = addRow(_("Progress:"), ID_PROGRESS_TEXT, _("0%"));
+}
+
+void KestrelFrame::OnShow(wxShowEvent& event)
+{
+    Unbind(wxEVT_SHOW, &KestrelFrame::OnShow, this);
+    Raise();
+    Bind(wxEVT_SIZE, &KestrelFrame::OnDecorated, this);
+    event.Skip();
+}
+
+// The first change of size after the window is shown is that the decorations count as part of it.
+void KestrelFrame::OnDecorated(wxSizeEvent& event)
+{
+    Unbind(wxEVT_SIZE, &KestrelFrame::OnDecorated, this);
+    Centre(wxBOTH);
+    event.Skip();
+}
+
+void KestrelFrame::OnClose(wxCloseEvent& event)
+{
+    if (m_download)
+        m_download->CancelDownload();
+
+    // From here on the window listens to nothing: neither to a report that is still in the queue,
+    // which would go on with the dialogue, nor to another close, which would let go twice.
+    SetEvtHandlerEnabled(false);
+    event.Skip();
+}
+
+void KestrelFrame::CheckForUpdate(wxString address, wxString iniSection, wxString currentVersion)
+{
+    if (m_download)
+    {
+        wxMessageBox(_("There is a download already in progress"));
+        return;
+    }
+
+    m_address = address;
+    m_iniSection = iniSection;
+    m_currentVersion = currentVersion;
+    m_fileInfoPath = m_tempDir + "nvrFileInfo.txt";
+    StartDownload(m_address, m_fileInfoPath);
+}
+
+void KestrelFrame::StartDownload(const wxString& url, const wxString& localFile)
+{
+    m_download = new wxDownloadFile(this, url.Clone(), localFile.Clone(), true, PROGRESS_INTERVAL);
+    m_downloadStart = wxDateTime::Now();
+}
+
+void KestrelFrame::LetGoOfDownload()
+{
+    if (m_download)
+        m_download->CancelDownload();
+    m_download = nullptr;
+}
+
+long KestrelFrame::GetVersionPart(wxString version, int k)
+{
+    for (int i = 1; i < k && version.Contains("."); ++i)
+        version = version.AfterFirst('.');
+    return wxStrtol(version, nullptr, 10);
+}
+
+void KestrelFrame::ProcessFileInfo()
+{
+    std::unique_ptr<wxFileConfig> fileInfo;
+    wxString version;
+    bool known = false;
+    {
+        const QuietLog quiet;
+        fileInfo.reset(new wxFileConfig(wxEmptyString, wxEmptyString, m_fileInfoPath, wxEmptyString,
+                                        wxCONFIG_USE_LOCAL_FILE));
+        if (fileInfo->HasGroup(m_iniSection))
+        {
+            fileInfo->SetPath(m_iniSection);
+            known = fileInfo->HasEntry("Version");
+            fileInfo->Read("Version", &version);
+        }
+    }
+    if (!known)
+    {
+        CloseWithMessage(_("Unable to determine the latest version available"),
+                         _("Unknown Internet Version"));
+        return;
+    }
+
+    int decisive = 1;
+    while (decisive < VERSION_PARTS &&
+           GetVersionPart(version, decisive) == GetVersionPart(m_currentVersion, decisive))
+        ++decisive;
+    if (GetVersionPart(version, decisive) <= GetVersionPart(m_currentVersion, decisive))
+    {
+        CloseWithMessage(_("There are no updates available at this time."), _("No Update"));
+        return;
+    }
+
+    const int answer = wxMessageBox(_("There is a new version available for download.\n"
+                                      "Would you like to download it now?"),
+                                    _("New Version Available"), wxYES_NO | wxICON_QUESTION, this);
+    if (answer == wxNO)
+    {
+        Close(true);
+        return;
+    }
+
+    if (!fileInfo->HasEntry("Link"))
+    {
+        CloseWithMessage(
+            _("The file information does not say where the new version can be downloaded."),
+            _("No Download Link"));
+        return;
+    }
+    wxString link;
+    {
+        const QuietLog quiet;
+        fileInfo->Read("Link", &link);
+    }
+    m_installerLink = link;
+    DownloadInstaller();
+}
+
+void KestrelFrame::DownloadInstaller()
+{
+    const wxString name = GetFileNameFromURL(m_installerLink);
+    wxFileName nameParts;
+    nameParts.Assign(name, wxPATH_NATIVE);
+    const wxString extension = nameParts.GetExt();
+
+    wxFileDialog dialog(
+        this, _("Where would you like to save this installer?"),
+        wxGetHomeDir() + GetSeparator() + "Desktop", name,
+        wxString::Format("%s (*.%s)|*.%s", _("Installation Package"), extension, extension),
+        wxFD_SAVE | wxFD_OVERWRITE_PROMPT);
+    if (dialog.ShowModal() == wxID_OK)
+    {
+        m_installerPath = dialog.GetPath();
+        StartDownload(m_installerLink, m_installerPath);
+    }
+    else
+    {
+        Close(true);
+    }
+}
+
+void KestrelFrame::ShowInstallerDownloaded()
+{
+    CloseWithMessage(_("The installer has been successfully downloaded.") + "\n" +
+                         _("Please close the original application and run the installer."),
+                     wxASCII_STR(wxMessageBoxCaptionStr));
+}
+
+void KestrelFrame::CloseWithMessage(const wxString& message, const wxString& caption)
+{
+    wxMessageBox(message, caption, wxOK | wxCENTRE);
+    Close(true);
+}
+
+void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
+{
+    switch (event.GetDownloadStatus())
+    {
+    case wxDOWNLOAD_FAIL:
+        LetGoOfDownload();
+        // The log may hold the system's reason; it is read first, not found under the report.
+        wxLog::FlushActive();
+        CloseWithMessage(
+            wxString::Format(_("Unable to download file '%s'.\n"
+                               "Please verify that your have a working internet connection and "
+                               "that the file is available at that address."),
+                             GetFileNameFromURL(event.GetURL())),
+            _("Website Unreachable"));
+        break;
+
+    case wxDOWNLOAD_INPROGRESS:
+        ShowProgress(event);
+        break;
+
+    case wxDOWNLOAD_COMPLETE:
+        ShowProgress(event);
+        LetGoOfDownload();
+        if (event.GetDownloadedFile() == m_fileInfoPath)
+            ProcessFileInfo();
+        else
+            ShowInstallerDownloaded();
+        break;
+    }
+}
+
+void KestrelFrame::ShowProgress(const wxDownloadEvent& event)
+{
+    const wxLongLong elapsed = (wxDateTime::Now() - m_downloadStart).GetMilliseconds();
+
+    const wxString name = GetFileNameFromURL(event.GetURL());
+    if (name.Cmp(m_fileNameText->GetLabelText()) != 0)
+        SetValue(m_fileNameText, name);
+    const wxString size = FormatFileSize(event.GetFileSize());
+    if (size.Cmp(m_fileSizeText->GetLabelText()) != 0)
+        SetValue(m_fileSizeText, size);
+
+    const double seconds = static_cast<double>(elapsed.GetValue() / 1000);
+    const wxLongLong_t downloaded = event.GetDownloadedBytes();
+    const wxLongLong_t total = event.GetFileSize();
+    // kB here are 1000 bytes, as network rates are given.
+    const float rate =
+        seconds > 0.0 ? static_cast<float>(static_cast<double>(downloaded) / seconds / 1000.0) : 0;
+    // Of a size that is not known there is no percentage; the amount shows that things go on.
+    const wxString done = total > 0
+                              ? wxString::Format("%.2f %%", static_cast<float>(downloaded) /
+                                                                static_cast<float>(total) * 100.0)
+                              : FormatFileSize(downloaded);
+    SetValue(m_progressText, wxString::Format("%s (%.2f kBps)", done, rate));
+}
+
+// Shows the text whole: a window too narrow for it grows evenly to both sides, so that it stays
+// where the user sees it, and keeps that size.
+void KestrelFrame::SetValue(wxStaticText* cell, const wxString& text)
+{
+    cell->SetLabelText(text);
+
+    const wxSize needed = cell->GetBestSize();
+    if (needed.x <= cell->GetMinWidth())
+        return;
+    cell->SetMinSize(wxSize(needed.x, cell->GetMinHeight()));
+    cell->GetParent()->InvalidateBestSize();
+    const wxSize fitting = GetSizer()->ComputeFittingWindowSize(this);
+    SetMinSize(fitting);
+    const wxSize growth = fitting - GetSize();
+    if (growth.x > 0)
+        SetSize(GetRect().Inflate(growth.x / 2 + growth.x % 2, 0));
+    Layout();
+}
+
+wxString KestrelFrame::FormatFileSize(wxLongLong_t size)
+{
+    constexpr wxLongLong_t KB = 1024, MB = 1024 * KB, GB = 1024 * MB;
+    constexpr float PER_KB = 1.0f / KB, PER_MB = 1.0f / MB, PER_GB = 1.0f / GB;
+
+    const double bytes = static_cast<double>(size);
+    if (size > GB)
+        return wxString::Format("%.2f GB", bytes * PER_GB);
+    if (size > MB)
+        return wxString::Format("%.2f MB", bytes * PER_MB);
+    if (size > KB)
+        return wxString::Format("%.2f kB", bytes * PER_KB);
+    return wxString::Format("%.2f B", bytes);
+}
+
+wxString KestrelFrame::GetFileNameFromURL(const wxString& url)
+{
+    const wxString path = wxURI(url).GetPath();
+    return path.Mid(static_cast<size_t>(path.Find('/', true) + 1));
+}
