@@ -1,0 +1,39 @@
+#include <gtest/gtest.h>
+#include <wx/app.h>
+#include <wx/evtloop.h>
+#include <wx/log.h>
+#include <wx/socket.h>
+
+namespace
+{
+
+class TestApp : public wxApp
+{
+public:
+    bool OnInit() override
+    {
+        wxSetAssertHandler([](const wxString& file, int line, const wxString&, const wxString& what,
+                              const wxString&)
+                           { wxMessageOutputStderr().Printf("%s(%d): %s", file, line, what); });
+        // A test's window is not the program's last one.
+        SetExitOnFrameDelete(false);
+        return wxSocketBase::Initialize();
+    }
+
+    int OnRun() override
+    {
+        wxGUIEventLoop loop;
+        const wxEventLoopActivator activate(&loop);
+        return RUN_ALL_TESTS();
+    }
+};
+
+} // namespace
+
+wxIMPLEMENT_APP_NO_MAIN(TestApp);
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    return wxEntry(argc, argv);
+}
