@@ -1,6 +1,7 @@
 #include "download/wxDownloadFile.h"
 
 #include "download/wxDownloadEvent.h"
+#include "transport/wxWebProtocol.h"
 
 #include <wx/file.h>
 #include <wx/log.h>
@@ -11,12 +12,17 @@
 #include <wx/window.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <vector>
+
+#include <signal.h>
+#include <unistd.h>
 
 namespace
 {
@@ -34,18 +40,33 @@ constexpr wxLongLong_t UNKNOWN_SIZE = -1; // wxInputStream::GetSize()'s marker, 
 constexpr std::chrono::milliseconds EXIT_WAIT(500);
 
 // What the main thread and the download threads share. One lock serves all downloads: it is held
-// only for a post, a log message or a change of the list, and unlike a lock inside the object it
+// only for a post, a log message or a change of a list, and unlike a lock inside the object it
 // outlives every thread that waits for it.
 struct HandOff
 {
     std::mutex lock;
-    std::condition_variable changed;        // a receiver was cleared, or a thread has ended
-    std::vector<wxDownloadFile*> downloads; // whose threads have been started and not yet ended
+    std::condition_variable receiverCleared;
+    std::vector<wxDownloadFile*> downloads; // whose threads have been created
+    std::vector<pid_t> threads;             // that run a download, by their kernel ids
 };
 
 HandOff handOff;
 
 using Locker = std::unique_lock<std::mutex>;
+
+// Whether a thread of this process is gone. A detached thread cannot be joined, and the toolkit's
+// code still runs in it when its object has been deleted; only the kernel knows when it has ended.
+bool HasEnded(pid_t thread)
+{
+    return tgkill(getpid(), thread, 0) != 0 && errno == ESRCH;
+}
+
+// Returns the URL with its scheme in lower case, the only one in which wxURL finds it.
+wxString WithPlainScheme(const wxString& url)
+{
+    const size_t end = url.find(':');
+    return end == wxString::npos ? url : url.Left(end).Lower() + url.Mid(end);
+}
 
 // Writes all of a block; after a short write the next one tells the log why.
 bool WriteBlock(wxFile& file, const char* data, size_t size)
@@ -100,8 +121,8 @@ public:
     wxDownloadModule()
     {
         // Modules are taken down before those they depend on.
-        for (const char* used :
-             {"wxThreadModule", "wxSocketModule", "wxURLModule", "wxTranslationsModule"})
+        for (const char* used : {"wxThreadModule", "wxSocketModule", "wxURLModule",
+                                 "wxTranslationsModule", "wxWebModule"})
             AddDependency(used);
     }
 
@@ -109,21 +130,34 @@ public:
 
     void OnExit() override
     {
-        Locker locker(handOff.lock);
-        for (wxDownloadFile* download : handOff.downloads)
         {
-            download->m_running = false;
-            download->m_parent = nullptr;
+            const Locker locker(handOff.lock);
+            for (wxDownloadFile* download : handOff.downloads)
+            {
+                download->m_running = false;
+                download->m_parent = nullptr;
+            }
+            handOff.receiverCleared.notify_all();
         }
-        handOff.changed.notify_all();
-        const bool allEnded =
-            handOff.changed.wait_for(locker, EXIT_WAIT, [] { return handOff.downloads.empty(); });
-        // Nothing is left to do but to free memory, which would pull it from under the thread.
-        if (!allEnded)
-            std::_Exit(EXIT_SUCCESS);
+
+        const auto end = std::chrono::steady_clock::now() + EXIT_WAIT;
+        while (!HaveThreadsEnded())
+        {
+            // Nothing is left to do but to free memory, which would pull it from under the thread.
+            if (std::chrono::steady_clock::now() > end)
+                std::_Exit(EXIT_SUCCESS);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
     }
 
 private:
+    static bool HaveThreadsEnded()
+    {
+        const Locker locker(handOff.lock);
+        return handOff.downloads.empty() &&
+               std::all_of(handOff.threads.begin(), handOff.threads.end(), HasEnded);
+    }
+
     wxDECLARE_DYNAMIC_CLASS(wxDownloadModule);
 };
 
@@ -161,7 +195,6 @@ wxDownloadFile::~wxDownloadFile()
     const Locker locker(handOff.lock);
     auto& downloads = handOff.downloads;
     downloads.erase(std::remove(downloads.begin(), downloads.end(), this), downloads.end());
-    handOff.changed.notify_all();
 }
 
 void wxDownloadFile::CancelDownload()
@@ -176,7 +209,7 @@ void wxDownloadFile::CancelDownload()
     const Locker locker(handOff.lock);
     m_running = false;
     m_parent = nullptr;
-    handOff.changed.notify_all();
+    handOff.receiverCleared.notify_all();
 }
 
 void wxDownloadFile::SetNotify(bool notify, wxLongLong_t notifyBytes)
@@ -188,13 +221,19 @@ void wxDownloadFile::SetNotify(bool notify, wxLongLong_t notifyBytes)
 wxThread::ExitCode wxDownloadFile::Entry()
 {
     m_running = true;
+    {
+        const Locker locker(handOff.lock);
+        auto& threads = handOff.threads;
+        threads.erase(std::remove_if(threads.begin(), threads.end(), HasEnded), threads.end());
+        threads.push_back(gettid());
+    }
     const wxDownloadLog log(*this);
     {
         wxDownloadEvent event(wxEVT_DOWNLOAD, static_cast<int>(GetId()));
         event.SetURL(m_url);
         event.SetDownloadedFile(m_localFile);
 
-        wxURL url(m_url);
+        wxURL url(WithPlainScheme(m_url));
         if (!Transfer(url, event))
         {
             event.SetFileSize(0);
@@ -210,7 +249,10 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
 {
     if (url.GetError() != wxURL_NOERR)
         return false;
-    url.GetProtocol().SetTimeout(TIMEOUT_SECONDS);
+    wxProtocol& protocol = url.GetProtocol();
+    protocol.SetTimeout(TIMEOUT_SECONDS);
+    if (wxWebProtocol* const web = wxDynamicCast(&protocol, wxWebProtocol))
+        web->SetRequest(m_url, [this] { return !m_running || TestDestroy(); });
     std::unique_ptr<wxInputStream> stream(url.GetInputStream());
     if (!stream)
         return false;
@@ -259,5 +301,5 @@ void wxDownloadFile::Post(wxDownloadEvent& event, int status, wxLongLong_t downl
 void wxDownloadFile::WaitUntilLetGo()
 {
     Locker locker(handOff.lock);
-    handOff.changed.wait(locker, [this] { return m_parent == nullptr; });
+    handOff.receiverCleared.wait(locker, [this] { return m_parent == nullptr; });
 }

@@ -16,6 +16,7 @@
 #include <atomic>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -36,26 +37,36 @@ enum class Body
     NoLength, // whole, ended by closing the connection
     Cut,      // announced whole, closed after half
     Slow,     // a piece every few milliseconds
-    Silent    // announced, and nothing follows
+    Silent,   // announced, and nothing follows
+    Elsewhere // the content is where to find it
 };
 
 class TestServer
 {
 public:
-    TestServer()
+    // Speaks TLS when it is given a key and a certificate.
+    explicit TestServer(const wxString& key = "", const wxString& certificate = "")
+        : m_scheme(key.empty() ? "http" : "https")
     {
-        m_server.Get(".*", [this](const httplib::Request& request, httplib::Response& response)
-                     { Answer(request.path, response); });
-        m_port = m_server.bind_to_any_port("127.0.0.1");
-        m_thread = std::thread([this] { m_server.listen_after_bind(); });
-        while (!httplib::Client("127.0.0.1", m_port).Get("/"))
+        if (key.empty())
+            m_server.reset(new httplib::Server);
+        else
+            m_server.reset(new httplib::SSLServer(certificate.utf8_str(), key.utf8_str()));
+        m_server->Get(".*", [this](const httplib::Request& request, httplib::Response& response)
+                      { Answer(request.path, response); });
+        m_port = m_server->bind_to_any_port("127.0.0.1");
+        m_thread = std::thread([this] { m_server->listen_after_bind(); });
+        // Once it has answered, all of its threads are there.
+        httplib::Client client(m_scheme + "://127.0.0.1:" + std::to_string(m_port));
+        client.enable_server_certificate_verification(false);
+        while (!client.Get("/"))
             std::this_thread::yield();
     }
 
     ~TestServer()
     {
         m_stopping = true;
-        m_server.stop();
+        m_server->stop();
         m_thread.join();
     }
 
@@ -66,7 +77,7 @@ public:
 
     wxString Url(const std::string& path) const
     {
-        return wxString::Format("http://127.0.0.1:%d%s", m_port, path);
+        return wxString::Format("%s://127.0.0.1:%d%s", m_scheme, m_port, path);
     }
 
 private:
@@ -82,6 +93,8 @@ private:
         const Body body = found->second.second;
         if (body == Body::Whole)
             response.set_content(content, "application/octet-stream");
+        else if (body == Body::Elsewhere)
+            response.set_redirect(content);
         else if (body == Body::NoLength)
             response.set_content_provider("application/octet-stream",
                                           [&content](size_t, httplib::DataSink& sink)
@@ -108,7 +121,8 @@ private:
                 });
     }
 
-    httplib::Server m_server;
+    const std::string m_scheme;
+    std::unique_ptr<httplib::Server> m_server;
     int m_port = 0;
     std::thread m_thread;
     std::atomic<bool> m_stopping{false};
@@ -141,14 +155,30 @@ protected:
             wxMkdir(Path(name));
         wxSetEnv("HOME", Path("home"));
         wxSetEnv("TMPDIR", Path("tmp"));
+        for (const char* proxy :
+             {"http_proxy", "https_proxy", "all_proxy", "HTTPS_PROXY", "ALL_PROXY"})
+            wxUnsetEnv(proxy);
     }
 
     void TearDown() override { wxFileName::Rmdir(m_folder, wxPATH_RMDIR_RECURSIVE); }
 
     wxString Path(const wxString& name) const { return m_folder + "/" + name; }
 
+    // Makes a key and a certificate for 127.0.0.1, signed by itself.
+    static void MakeCertificate(const wxString& key, const wxString& certificate)
+    {
+        wxArrayString output, errors;
+        ASSERT_EQ(wxExecute("openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=Kestrel "
+                            "-addext subjectAltName=IP:127.0.0.1 -keyout " +
+                                key + " -out " + certificate,
+                            output, errors, wxEXEC_SYNC | wxEXEC_NOEVENTS),
+                  0);
+    }
+
     static std::string Read(const wxString& path)
     {
+        if (!wxFileExists(path))
+            return "no file";
         wxFile file(path);
         std::string content(static_cast<size_t>(file.Length()), '\0');
         file.Read(&content[0], content.size());

@@ -1,0 +1,405 @@
+#include "transport/WebTransfer.h"
+
+#include <wx/log.h>
+#include <wx/utils.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+
+namespace
+{
+
+using std::chrono::milliseconds;
+
+constexpr int MAX_REDIRECTS = 10;
+
+// How long it may take until a cancellation is seen.
+constexpr milliseconds POLL_INTERVAL(50);
+
+// The pauses between the tries to resume grow from the first to the last.
+constexpr milliseconds FIRST_PAUSE(250);
+constexpr milliseconds LAST_PAUSE(8000);
+
+// What may wait for the reader, in bytes; the server is held up beyond that.
+constexpr size_t BUFFER_LIMIT = 256 * 1024;
+
+// No honest answer has a larger header, in bytes.
+constexpr size_t HEADER_LIMIT = 256 * 1024;
+
+std::string GetPart(CURLU* url, CURLUPart part, unsigned flags = 0)
+{
+    char* text = nullptr;
+    if (curl_url_get(url, part, &text, flags) != CURLUE_OK)
+        return std::string();
+    const std::string result = text;
+    curl_free(text);
+    return result;
+}
+
+// Whether credentials given for one URL may be sent to the other: to the same host and port, or
+// when the same host asks for TLS.
+bool IsSameSite(CURLU* from, CURLU* to)
+{
+    const auto port = [](CURLU* url) { return GetPart(url, CURLUPART_PORT, CURLU_DEFAULT_PORT); };
+    if (GetPart(from, CURLUPART_HOST) != GetPart(to, CURLUPART_HOST))
+        return false;
+    if (GetPart(from, CURLUPART_SCHEME) == GetPart(to, CURLUPART_SCHEME))
+        return port(from) == port(to);
+    return port(from) == "80" && port(to) == "443";
+}
+
+} // namespace
+
+WebTransfer::WebTransfer(const std::string& address, std::chrono::seconds timeout,
+                         std::function<bool()> cancelled)
+    : m_timeout(timeout)
+    , m_cancelled(std::move(cancelled))
+    , m_address(address)
+    , m_multi(curl_multi_init())
+    , m_easy(curl_easy_init())
+{
+    CURL* const easy = m_easy.get();
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    // Without it the end of a cancelled transfer would wait for the resolver.
+    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    curl_easy_setopt(easy, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC));
+    curl_easy_setopt(easy, CURLOPT_USERAGENT, "Kestrel/" KESTREL_VERSION);
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, static_cast<long>(timeout.count()));
+    curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &WebTransfer::OnHeader);
+    curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &WebTransfer::OnBody);
+    curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
+    // The library leaves these two to its users, who know them from other programs.
+    wxString path;
+    if (wxGetEnv("SSL_CERT_FILE", &path))
+        curl_easy_setopt(easy, CURLOPT_CAINFO, path.utf8_string().c_str());
+    if (wxGetEnv("SSL_CERT_DIR", &path))
+        curl_easy_setopt(easy, CURLOPT_CAPATH, path.utf8_string().c_str());
+}
+
+WebTransfer::~WebTransfer()
+{
+    StopRequest();
+}
+
+// Makes address the one to ask; it may be relative to the one asked before.
+bool WebTransfer::SetAddress(const std::string& address)
+{
+    Url url(m_url ? curl_url_dup(m_url.get()) : curl_url());
+    if (curl_url_set(url.get(), CURLUPART_URL, address.c_str(), CURLU_URLENCODE) != CURLUE_OK)
+        return Fail("not a valid address");
+    const std::string scheme = GetPart(url.get(), CURLUPART_SCHEME);
+    if (scheme != "http" && scheme != "https")
+        return Fail("redirected to a scheme other than http and https");
+    if (m_url && scheme == "http" && GetPart(m_url.get(), CURLUPART_SCHEME) == "https")
+        return Fail("redirected from https back to http");
+
+    const std::string user = GetPart(url.get(), CURLUPART_USER, CURLU_URLDECODE);
+    const std::string password = GetPart(url.get(), CURLUPART_PASSWORD, CURLU_URLDECODE);
+    curl_url_set(url.get(), CURLUPART_USER, nullptr, 0);
+    curl_url_set(url.get(), CURLUPART_PASSWORD, nullptr, 0);
+    if (!user.empty() || !m_url || !IsSameSite(m_url.get(), url.get()))
+    {
+        const bool given = !user.empty() || !password.empty();
+        curl_easy_setopt(m_easy.get(), CURLOPT_USERNAME, given ? user.c_str() : nullptr);
+        curl_easy_setopt(m_easy.get(), CURLOPT_PASSWORD, given ? password.c_str() : nullptr);
+    }
+    m_url = std::move(url);
+    m_address = GetPart(m_url.get(), CURLUPART_URL);
+    return curl_easy_setopt(m_easy.get(), CURLOPT_CURLU, m_url.get()) == CURLE_OK;
+}
+
+bool WebTransfer::Open()
+{
+    if (!SetAddress(m_address))
+        return false;
+    for (;;)
+    {
+        StartRequest();
+        if (!AwaitAnswer())
+            return Fail(GetReason());
+        if (m_verdict == Verdict::Accept)
+            break;
+        if (m_verdict != Verdict::Redirect)
+            return Fail(GetReason());
+        if (!FollowRedirect())
+            return false;
+    }
+
+    curl_easy_getinfo(m_easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &m_size);
+    m_takesRanges = GetHeader("Accept-Ranges") == "bytes";
+    m_entityTag = GetHeader("ETag");
+    m_lastModified = GetHeader("Last-Modified");
+    m_opened = true;
+    return true;
+}
+
+bool WebTransfer::FollowRedirect()
+{
+    const std::string target = GetHeader("Location");
+    if (target.empty())
+        return Fail("redirected without a target");
+    if (m_redirects++ == MAX_REDIRECTS)
+        return Fail("too many redirects");
+    StopRequest();
+    return SetAddress(target);
+}
+
+void WebTransfer::StartRequest()
+{
+    StopRequest();
+    ++m_attempt;
+    m_ended = false;
+    m_result = CURLE_OK;
+    m_verdict = Verdict::None;
+    m_headerComplete = false;
+    m_headerSize = 0;
+    m_connected = false;
+    if (!m_opened)
+        m_lastArrival = Clock::now();
+    curl_multi_add_handle(m_multi.get(), m_easy.get());
+    m_active = true;
+}
+
+void WebTransfer::StopRequest()
+{
+    if (m_active)
+        curl_multi_remove_handle(m_multi.get(), m_easy.get());
+    m_active = false;
+    m_paused = false;
+}
+
+// Waits until the answer can be judged; returns false when none comes.
+bool WebTransfer::AwaitAnswer()
+{
+    while (m_verdict == Verdict::None)
+    {
+        if (m_headerComplete)
+            m_verdict = Judge();
+        else if (m_ended || !Advance())
+            return false;
+    }
+    return true;
+}
+
+// Waits a moment for the network and lets the transfer go on; returns false when it has been
+// cancelled.
+bool WebTransfer::Advance()
+{
+    if (m_cancelled())
+    {
+        m_ended = true;
+        m_result = CURLE_ABORTED_BY_CALLBACK;
+        return false;
+    }
+
+    curl_multi_poll(m_multi.get(), nullptr, 0, static_cast<int>(POLL_INTERVAL.count()), nullptr);
+    int running = 0;
+    curl_multi_perform(m_multi.get(), &running);
+    int left = 0;
+    while (const CURLMsg* const message = curl_multi_info_read(m_multi.get(), &left))
+    {
+        if (message->msg == CURLMSG_DONE)
+        {
+            m_ended = true;
+            m_result = message->data.result;
+        }
+    }
+
+    // Waiting for the answer is bounded on its own, from when the connection stands.
+    curl_off_t connectedAfter = 0;
+    curl_easy_getinfo(m_easy.get(), CURLINFO_PRETRANSFER_TIME_T, &connectedAfter);
+    if (!m_connected && connectedAfter > 0)
+    {
+        m_connected = true;
+        if (!m_opened)
+            m_lastArrival = Clock::now();
+    }
+    if (!m_ended && Clock::now() - m_lastArrival > m_timeout)
+    {
+        m_ended = true;
+        m_result = CURLE_OPERATION_TIMEDOUT;
+    }
+    return true;
+}
+
+size_t WebTransfer::Read(char* buffer, size_t size)
+{
+    while (m_readPosition == m_buffer.size())
+    {
+        if (m_over)
+            return 0;
+        m_buffer.clear();
+        m_readPosition = 0;
+        if (m_paused)
+        {
+            m_paused = false;
+            curl_easy_pause(m_easy.get(), CURLPAUSE_CONT);
+        }
+        else if (m_ended)
+        {
+            m_over = !IsCut() || !Resume();
+        }
+        else
+        {
+            m_over = !Advance();
+        }
+    }
+    const size_t count = std::min(size, m_buffer.size() - m_readPosition);
+    std::memcpy(buffer, m_buffer.data() + m_readPosition, count);
+    m_readPosition += count;
+    return count;
+}
+
+// Whether the ended transfer has left some of the body behind.
+bool WebTransfer::IsCut() const
+{
+    return m_result != CURLE_OK || (m_size >= 0 && m_received < m_size);
+}
+
+// Asks for the rest until it comes, nothing has arrived for the time-out, or the answer shows that
+// it will not come.
+bool WebTransfer::Resume()
+{
+    const bool strongTag = !m_entityTag.empty() && m_entityTag.compare(0, 2, "W/") != 0;
+    const std::string validator = strongTag ? m_entityTag : m_lastModified;
+    if (!m_takesRanges || validator.empty())
+        return Fail("the connection was cut (" + GetReason() + "), and cannot be resumed");
+
+    for (milliseconds pause = FIRST_PAUSE;; pause = std::min(2 * pause, LAST_PAUSE))
+    {
+        Fail("the connection was cut (" + GetReason() + ") after " + std::to_string(m_received) +
+             " bytes");
+        if (m_result == CURLE_ABORTED_BY_CALLBACK || Clock::now() - m_lastArrival > m_timeout ||
+            !Pause(pause))
+            return false;
+        StopRequest();
+        m_headers.reset(curl_slist_append(nullptr, ("If-Range: " + validator).c_str()));
+        curl_easy_setopt(m_easy.get(), CURLOPT_HTTPHEADER, m_headers.get());
+        curl_easy_setopt(m_easy.get(), CURLOPT_RANGE, (std::to_string(m_received) + "-").c_str());
+        StartRequest();
+        if (!AwaitAnswer() || m_verdict == Verdict::TryAgain)
+            continue;
+        return m_verdict == Verdict::Accept || Fail("cannot be resumed: " + GetReason());
+    }
+}
+
+bool WebTransfer::Pause(milliseconds pause)
+{
+    for (const auto end = Clock::now() + pause; Clock::now() < end;)
+    {
+        if (m_cancelled())
+            return false;
+        std::this_thread::sleep_for(POLL_INTERVAL);
+    }
+    return true;
+}
+
+WebTransfer::Verdict WebTransfer::Judge()
+{
+    long status = 0;
+    curl_easy_getinfo(m_easy.get(), CURLINFO_RESPONSE_CODE, &status);
+    if (m_opened)
+    {
+        if (status == 408 || status == 429 || status >= 500)
+            return Verdict::TryAgain;
+        return status == 206 && IsContinuation() ? Verdict::Accept : Verdict::Refuse;
+    }
+    switch (status)
+    {
+    case 301:
+    case 302:
+    case 303:
+    case 307:
+    case 308:
+        return Verdict::Redirect;
+    case 206: // a part that was not asked for is not the file
+        return Verdict::Refuse;
+    default:
+        return status / 100 == 2 ? Verdict::Accept : Verdict::Refuse;
+    }
+}
+
+// Whether a 206 answer goes on where the body stopped, and is of the same resource.
+bool WebTransfer::IsContinuation() const
+{
+    long long first = -1, last = -1, total = -1;
+    const int found = std::sscanf(GetHeader("Content-Range").c_str(), "bytes %lld-%lld/%lld",
+                                  &first, &last, &total);
+    return found >= 2 && first == m_received && last >= first &&
+           (found == 2 || m_size < 0 || total == m_size) && (m_size < 0 || last < m_size) &&
+           GetHeader("ETag") == m_entityTag && GetHeader("Last-Modified") == m_lastModified;
+}
+
+// The value of the answer's header with this name, empty when there is none.
+std::string WebTransfer::GetHeader(const char* name) const
+{
+    curl_header* header = nullptr;
+    const CURLHcode found = curl_easy_header(m_easy.get(), name, 0, CURLH_HEADER, -1, &header);
+    return found == CURLHE_OK ? header->value : std::string();
+}
+
+std::string WebTransfer::GetReason() const
+{
+    if (m_verdict != Verdict::None && m_verdict != Verdict::Accept)
+    {
+        long status = 0;
+        curl_easy_getinfo(m_easy.get(), CURLINFO_RESPONSE_CODE, &status);
+        return "status " + std::to_string(status);
+    }
+    if (m_result == CURLE_OK)
+        return "the answer ended early";
+    return curl_easy_strerror(m_result);
+}
+
+// Tells the verbose log, and returns false.
+bool WebTransfer::Fail(const std::string& reason) const
+{
+    wxLogVerbose("%s, attempt %d: %s", wxString::FromUTF8(m_address), m_attempt,
+                 wxString::FromUTF8(reason));
+    return false;
+}
+
+size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
+{
+    WebTransfer& transfer = *static_cast<WebTransfer*>(self);
+    transfer.m_headerSize += size;
+    if (transfer.m_headerSize > HEADER_LIMIT)
+        return 0;
+    if (!transfer.m_opened)
+        transfer.m_lastArrival = Clock::now();
+
+    const bool lastLine = size <= 2 && (data[0] == '\r' || data[0] == '\n');
+    long status = 0;
+    curl_easy_getinfo(transfer.m_easy.get(), CURLINFO_RESPONSE_CODE, &status);
+    // An interim answer (1xx) is followed by another header.
+    if (lastLine && status >= 200)
+        transfer.m_headerComplete = true;
+    return size;
+}
+
+size_t WebTransfer::OnBody(char* data, size_t, size_t size, void* self)
+{
+    WebTransfer& transfer = *static_cast<WebTransfer*>(self);
+    if (transfer.m_verdict == Verdict::None)
+        transfer.m_verdict = transfer.Judge();
+    if (transfer.m_verdict != Verdict::Accept)
+        return 0;
+
+    std::vector<char>& buffer = transfer.m_buffer;
+    if (!buffer.empty() && buffer.size() + size > BUFFER_LIMIT)
+    {
+        transfer.m_paused = true;
+        return CURL_WRITEFUNC_PAUSE;
+    }
+    buffer.insert(buffer.end(), data, data + size);
+    transfer.m_received += static_cast<curl_off_t>(size);
+    transfer.m_lastArrival = Clock::now();
+    return size;
+}

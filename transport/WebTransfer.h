@@ -1,0 +1,123 @@
+// One resource fetched over http or https (RFC 9110), pulled by its reader piece by piece.
+//
+// Redirects (301, 302, 303, 307, 308) are followed up to 10 times, to http and https only and never
+// from https back to http; credentials stay with the host they were given for. A transfer whose
+// connection is cut is resumed where it stopped, provided the server takes byte ranges and gave a
+// validator; the bytes of two different resources are never joined.
+//
+// An object belongs to one thread, on which all of its operations are called. libcurl has been
+// initialised (wxWebModule). Why a transfer fails goes to the toolkit's verbose log.
+
+#pragma once
+
+#include <curl/curl.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+class WebTransfer
+{
+public:
+    // address    an http or https URL (RFC 3986), as UTF-8; may hold user:password@
+    // timeout    bounds connecting, waiting for the answer, and every silence; not the whole
+    // cancelled  asked at least every 50 milliseconds; when it returns true, the call under way
+    //            fails
+    WebTransfer(const std::string& address, std::chrono::seconds timeout,
+                std::function<bool()> cancelled);
+    ~WebTransfer();
+
+    // Sends the request; returns whether the answer is a success (2xx), whose body can be read.
+    bool Open();
+
+    // Size of the body in bytes, -1 when it is not known. Valid once Open() has succeeded.
+    curl_off_t GetSize() const { return m_size; }
+
+    // The answer's Content-Type, empty when there is none.
+    std::string GetContentType() const { return GetHeader("Content-Type"); }
+
+    // Waits for some of the body and copies it to buffer, at most size bytes. Returns how many, 0
+    // at the end of the body or when the connection is gone for good.
+    size_t Read(char* buffer, size_t size);
+
+private:
+    template <auto function>
+    struct Cleanup
+    {
+        template <typename T>
+        void operator()(T* handle) const
+        {
+            function(handle);
+        }
+    };
+    using Easy = std::unique_ptr<CURL, Cleanup<curl_easy_cleanup>>;
+    using Multi = std::unique_ptr<CURLM, Cleanup<curl_multi_cleanup>>;
+    using Url = std::unique_ptr<CURLU, Cleanup<curl_url_cleanup>>;
+    using Headers = std::unique_ptr<curl_slist, Cleanup<curl_slist_free_all>>;
+
+    // What to make of an answer, known when its header is complete.
+    enum class Verdict
+    {
+        None,     // the header is not complete yet
+        Accept,   // the body is what was asked for
+        Redirect, // the resource is somewhere else
+        TryAgain, // the server is in trouble that may pass
+        Refuse
+    };
+
+    bool SetAddress(const std::string& address);
+    bool FollowRedirect();
+    void StartRequest();
+    void StopRequest();
+    bool AwaitAnswer();
+    bool Advance();
+    bool Pause(std::chrono::milliseconds pause);
+    bool IsCut() const;
+    bool Resume();
+    Verdict Judge();
+    bool IsContinuation() const;
+    std::string GetHeader(const char* name) const;
+    std::string GetReason() const;
+    bool Fail(const std::string& reason) const;
+
+    static size_t OnHeader(char* data, size_t one, size_t size, void* self);
+    static size_t OnBody(char* data, size_t one, size_t size, void* self);
+
+    using Clock = std::chrono::steady_clock;
+
+    const std::chrono::seconds m_timeout;
+    const std::function<bool()> m_cancelled;
+    std::string m_address;
+    const Multi m_multi;
+    const Easy m_easy;
+    Url m_url; // without credentials
+    Headers m_headers;
+    int m_attempt = 0;
+    int m_redirects = 0;
+
+    // The request under way.
+    bool m_active = false;
+    bool m_ended = false;
+    CURLcode m_result = CURLE_OK;
+    Verdict m_verdict = Verdict::None;
+    bool m_headerComplete = false;
+    size_t m_headerSize = 0;
+    bool m_connected = false;
+    Clock::time_point m_lastArrival;
+
+    // The resource, from its first answer on.
+    bool m_opened = false;
+    curl_off_t m_size = -1;
+    curl_off_t m_received = 0;
+    bool m_takesRanges = false;
+    std::string m_entityTag;
+    std::string m_lastModified;
+
+    // What has arrived and was not read yet starts at m_readPosition.
+    std::vector<char> m_buffer;
+    size_t m_readPosition = 0;
+    bool m_paused = false;
+    bool m_over = false; // nothing more will arrive
+};

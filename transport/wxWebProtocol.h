@@ -1,0 +1,47 @@
+// http and https for wxURL, on libcurl: the classes put themselves in front of the toolkit's own
+// when the program starts.
+//
+// wxURL hands a protocol only the path of an address, so whoever opens a URL hands over the rest:
+//
+//     wxURL url(address);
+//     if (wxWebProtocol* const web = wxDynamicCast(&url.GetProtocol(), wxWebProtocol))
+//         web->SetRequest(address, cancelled);
+//     const std::unique_ptr<wxInputStream> stream(url.GetInputStream());
+//
+// An object and its stream belong to one thread, which may be any.
+
+#pragma once
+
+#include <wx/protocol/protocol.h>
+
+#include <functional>
+
+class wxWebProtocol : public wxProtocol
+{
+public:
+    // Sets what GetInputStream() will fetch, and when it is to give up. To be called before.
+    //
+    // address    the whole URL
+    // cancelled  asked at least every 50 milliseconds, on the thread that opens and reads the
+    //            stream, and for as long as the stream lives; once it returns true, the call under
+    //            way ends
+    void SetRequest(const wxString& address, std::function<bool()> cancelled);
+
+    // Returns a stream of the body of a successful answer, to be deleted by the caller, or null.
+    // Its GetSize() is the all-ones size_t when the size is not known. Connecting, waiting and
+    // every silence are bounded by SetTimeout().
+    wxInputStream* GetInputStream(const wxString& path) override;
+
+    // The Content-Type of the last answer, empty when there is none.
+    wxString GetContentType() const override { return m_contentType; }
+
+    // There is nothing to abort from outside; cancelled is the way to stop.
+    bool Abort() override { return false; }
+
+private:
+    wxString m_address;
+    std::function<bool()> m_cancelled = [] { return false; };
+    wxString m_contentType;
+
+    wxDECLARE_ABSTRACT_CLASS(wxWebProtocol);
+};
