@@ -251,7 +251,7 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
         return false;
     wxProtocol& protocol = url.GetProtocol();
     protocol.SetTimeout(TIMEOUT_SECONDS);
-    if (wxWebProtocol* const web = wxDynamicCast(&protocol, wxWebProtocol))
+    if (wxWebProtocol* const web = dynamic_cast<wxWebProtocol*>(&protocol))
         web->SetRequest(m_url, [this] { return !m_running || TestDestroy(); });
     std::unique_ptr<wxInputStream> stream(url.GetInputStream());
     if (!stream)

@@ -12,8 +12,7 @@ class TestApp : public wxApp
 public:
     bool OnInit() override
     {
-        wxSetAssertHandler([](const wxString& file, int line, const wxString&, const wxString& what,
-                              const wxString&)
+        wxSetAssertHandler([](const wxString& file, int line, const wxString&, const wxString& what, const wxString&)
                            { wxMessageOutputStderr().Printf("%s(%d): %s", file, line, what); });
         // A test's window is not the program's last one.
         SetExitOnFrameDelete(false);

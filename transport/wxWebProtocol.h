@@ -4,7 +4,7 @@
 // wxURL hands a protocol only the path of an address, so whoever opens a URL hands over the rest:
 //
 //     wxURL url(address);
-//     if (wxWebProtocol* const web = wxDynamicCast(&url.GetProtocol(), wxWebProtocol))
+//     if (wxWebProtocol* const web = dynamic_cast<wxWebProtocol*>(&url.GetProtocol()))
 //         web->SetRequest(address, cancelled);
 //     const std::unique_ptr<wxInputStream> stream(url.GetInputStream());
 //

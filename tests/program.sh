@@ -1,0 +1,129 @@
+#!/usr/bin/env bash
+# The program as its users and vendors meet it: command line, exit status, keyboard, close box.
+# Usage: tests/program.sh BUILD-FOLDER, on a display of its own (scripts/with-display).
+# KESTREL_CLOSINGS says how often the window is closed at a random instant.
+set -euo pipefail
+# shellcheck source=scripts/keyboard.sh
+. "$(dirname "$0")/../scripts/keyboard.sh"
+
+build=$1
+work=$(mktemp -d)
+export HOME=$work/home TMPDIR=$work/tmp
+mkdir -p "$HOME/Desktop" "$TMPDIR" "$work/web"
+unset http_proxy https_proxy all_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY
+servers=()
+finish() {
+    kill "${servers[@]}" 2>/dev/null || true
+    rm -rf "$work"
+}
+trap finish EXIT
+fail() {
+    echo "FAILED: $*" >&2
+    exit 1
+}
+
+# serve PORT COMMAND...: runs a server and waits until it listens.
+serve() {
+    "${@:2}" >"$work/server.log" 2>&1 &
+    servers+=($!)
+    for ((i = 0; i < 100; i++)); do
+        (: <"/dev/tcp/127.0.0.1/$1") 2>/dev/null && return
+        sleep 0.1
+    done
+    fail "no server on port $1: $(<"$work/server.log")"
+}
+# start ADDRESS: starts the program for a check of product A.
+start() {
+    "$build/kestrel" --version 1 --ini-section A --address "$1" 2>"$work/stderr" &
+    program=$!
+}
+# ends STATUS WHAT: the program ends with the status.
+ends() {
+    local status=0
+    timeout 20 tail --pid="$program" -s 0.05 -f /dev/null || fail "$2: still running"
+    wait "$program" || status=$?
+    [[ $status == "$1" ]] || fail "$2: status $status; $(<"$work/stderr")"
+}
+# answer_with SCRIPT PORT: runs a TLS server that answers every connection with the script.
+answer_with() {
+    serve "$2" socat "OPENSSL-LISTEN:$2,bind=127.0.0.1,cert=$pem,verify=0,fork" "EXEC:bash $1"
+}
+
+port=$((20000 + RANDOM % 10000))
+web=$port first=$((port + 1)) second=$((port + 2)) proxy=$((port + 3)) slow=$((port + 4)) silent=$((port + 5)) down=$((port + 6))
+pem=$work/pem
+openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=Kestrel -addext subjectAltName=IP:127.0.0.1 \
+    -keyout "$work/key" -out "$pem" 2>/dev/null
+cat "$work/key" >>"$pem"
+
+echo "A rejected command line shows the usage and no window"
+for arguments in "" "--help" "-a x -i A" "-a x -i A -v" "-a x -i A -v 1 --unknown" "-a x -i A -v 1 extra"; do
+    # shellcheck disable=SC2086
+    "$build/kestrel" $arguments 2>"$work/stderr" &
+    program=$!
+    ends 255 "'$arguments'"
+    grep -q -e --ini-section "$work/stderr" || fail "'$arguments': no usage"
+done
+
+echo "Without a display it says so"
+DISPLAY='' start x
+! wait "$program" || fail "status 0 without a display"
+[[ -s $work/stderr ]] || fail "nothing said without a display"
+
+echo "The whole way over https, two redirects, a proxy known by the toolkit's variable, and HTTP/2"
+for hop in first second; do
+    cat >"$work/$hop" <<'SCRIPT'
+read -r _ path _
+while read -r line && [[ $line != $'\r' ]]; do :; done
+printf 'HTTP/1.1 302 Found\r\nLocation: https://127.0.0.1:%d%s\r\nContent-Length: 0\r\n\r\n' PORT "$path"
+SCRIPT
+done
+sed "s/PORT/$web/; s/https/http/" "$work/second" >"$work/down"
+sed -i "s/PORT/$second/" "$work/first"
+sed -i "s/PORT/$web/" "$work/second"
+answer_with "$work/down" "$down"
+printf '[A]\nVersion=2\nLink=https://127.0.0.1:%d/setup.bin\n' "$first" >"$work/web/info.txt"
+head -c 3000000 /dev/urandom >"$work/web/setup.bin"
+printf 'Port %d\nListen 127.0.0.1\nLogFile "%s"\n' "$proxy" "$work/proxy.log" >"$work/proxy.conf"
+answer_with "$work/first" "$first"
+answer_with "$work/second" "$second"
+serve "$web" /usr/sbin/nghttpd --address=127.0.0.1 -d "$work/web/" "$web" "$work/key" "$pem"
+serve "$proxy" tinyproxy -d -c "$work/proxy.conf"
+# unreachable ADDRESS WHAT: the failure is told, and the program ends.
+unreachable() {
+    start "$1"
+    answer "Website Unreachable"
+    ends 0 "$2"
+}
+unreachable "https://127.0.0.1:$web/info.txt" "a certificate that nobody vouches for"
+export SSL_CERT_FILE=$pem
+unreachable "https://localhost:$web/info.txt" "a certificate of another host"
+unreachable "https://127.0.0.1:$down/info.txt" "a redirect back to http"
+# The language is one whose locale is not installed: nothing is said about it.
+HTTP_PROXY=127.0.0.1:$proxy LC_ALL=eo.UTF-8 start "https://127.0.0.1:$first/info.txt"
+answer "New Version Available"
+answer "Where would you like to save this installer?"
+answer ""
+ends 0 "the whole way"
+cmp "$work/web/setup.bin" "$HOME/Desktop/setup.bin" || fail "not what was served"
+[[ $(ls "$TMPDIR") == nvrFileInfo.txt ]] || fail "left $(ls "$TMPDIR")"
+grep -q "opening connection to 127.0.0.1:$web" "$work/proxy.log" || fail "past the proxy"
+
+echo "Closed at any instant it ends at once, with status 0"
+cat >"$work/slow" <<'SCRIPT'
+printf 'HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n'
+while head -c 8192 /dev/zero; do sleep 0.01; done
+SCRIPT
+echo "sleep 100" >"$work/silent"
+answer_with "$work/slow" "$slow"
+answer_with "$work/silent" "$silent"
+for ((closing = 1; closing <= ${KESTREL_CLOSINGS:-20}; closing++)); do
+    start "https://127.0.0.1:$((closing % 2 ? slow : silent))/info.txt"
+    until [[ $(wmctrl -l) == *Kestrel* ]]; do sleep 0.02; done
+    sleep "0.$((RANDOM % 3))$((RANDOM % 10))"
+    wmctrl -c Kestrel
+    closed=$(date +%s%N)
+    ends 0 "closing $closing"
+    took=$((($(date +%s%N) - closed) / 1000000))
+    ((took < 1000)) || fail "closing $closing took $took ms"
+done
