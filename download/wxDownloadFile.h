@@ -7,8 +7,9 @@
 // and calls CancelDownload() exactly once, either to stop the download or, when the last report has
 // arrived, to let go of it. Until then the object stays alive, waiting after its last report if
 // need be, so the pointer is good whenever the owner holds it. Afterwards the pointer must not be
-// used any more, and nothing reaches the receiver any more, neither an event nor a log message:
-// posting and cancelling exclude each other.
+// used any more, and nothing more is sent to the receiver, neither an event nor a log message:
+// posting and cancelling exclude each other. What is in the receiver's queue by then is its own to
+// ignore.
 //
 // The end of the process. A thread that is still in a transfer when the main loop has ended is told
 // to stop, and is waited for, before any of the toolkit's modules it uses is taken down; one that
@@ -31,12 +32,16 @@ class wxDownloadFile : public wxThread
 public:
     // Creates and starts the thread. Call on the main thread, after wxSocketBase::Initialize().
     //
-    // parent       the receiver; not null, not owned, and alive until CancelDownload() has been
-    // called url          what to fetch: any URL that wxURL can open localFile    where to write;
-    // an existing file is overwritten once the URL has been opened notify       whether progress
-    // reports are posted notifyBytes  the progress interval in bytes: a report comes each time the
-    // bytes received are
-    //              a whole multiple of it; with an interval that is not positive none comes
+    // parent: the receiver; not null, not owned, and alive until CancelDownload() has been called.
+    //
+    // url: what to fetch, any URL that wxURL can open.
+    //
+    // localFile: where to write; an existing file is overwritten once the URL has been opened.
+    //
+    // notify: whether progress reports are posted.
+    //
+    // notifyBytes: the progress interval in bytes. A report comes each time the bytes received are
+    // a whole multiple of it; with an interval that is not positive none comes.
     //
     // When the thread cannot be created or started, the reason goes to the toolkit's error log and
     // no report will ever come; CancelDownload() is owed all the same.

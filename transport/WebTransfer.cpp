@@ -43,7 +43,7 @@ std::string GetPart(CURLU* url, CURLUPart part, unsigned flags = 0)
 bool IsSameSite(CURLU* from, CURLU* to)
 {
     const auto port = [](CURLU* url) { return GetPart(url, CURLUPART_PORT, CURLU_DEFAULT_PORT); };
-    if (GetPart(from, CURLUPART_HOST) != GetPart(to, CURLUPART_HOST))
+    if (!curl_strequal(GetPart(from, CURLUPART_HOST).c_str(), GetPart(to, CURLUPART_HOST).c_str()))
         return false;
     if (GetPart(from, CURLUPART_SCHEME) == GetPart(to, CURLUPART_SCHEME))
         return port(from) == port(to);
@@ -77,9 +77,9 @@ WebTransfer::WebTransfer(const std::string& address, std::chrono::seconds timeou
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
     // The library leaves these two to its users, who know them from other programs.
     wxString path;
-    if (wxGetEnv("SSL_CERT_FILE", &path))
+    if (wxGetEnv("SSL_CERT_FILE", &path) && !path.empty())
         curl_easy_setopt(easy, CURLOPT_CAINFO, path.utf8_string().c_str());
-    if (wxGetEnv("SSL_CERT_DIR", &path))
+    if (wxGetEnv("SSL_CERT_DIR", &path) && !path.empty())
         curl_easy_setopt(easy, CURLOPT_CAPATH, path.utf8_string().c_str());
 }
 
@@ -260,15 +260,14 @@ size_t WebTransfer::Read(char* buffer, size_t size)
 // Whether the ended transfer has left some of the body behind.
 bool WebTransfer::IsCut() const
 {
-    return m_result != CURLE_OK || (m_size >= 0 && m_received < m_size);
+    return m_size >= 0 ? m_received < m_size : m_result != CURLE_OK;
 }
 
 // Asks for the rest until it comes, nothing has arrived for the time-out, or the answer shows that
 // it will not come.
 bool WebTransfer::Resume()
 {
-    const bool strongTag = !m_entityTag.empty() && m_entityTag.compare(0, 2, "W/") != 0;
-    const std::string validator = strongTag ? m_entityTag : m_lastModified;
+    const std::string validator = GetValidator();
     if (!m_takesRanges || validator.empty())
         return Fail("the connection was cut (" + GetReason() + "), and cannot be resumed");
 
@@ -309,7 +308,7 @@ WebTransfer::Verdict WebTransfer::Judge()
     {
         if (status == 408 || status == 429 || status >= 500)
             return Verdict::TryAgain;
-        return status == 206 && IsContinuation() ? Verdict::Accept : Verdict::Refuse;
+        return status == 206 && TakeContinuation() ? Verdict::Accept : Verdict::Refuse;
     }
     switch (status)
     {
@@ -326,15 +325,31 @@ WebTransfer::Verdict WebTransfer::Judge()
     }
 }
 
-// Whether a 206 answer goes on where the body stopped, and is of the same resource.
-bool WebTransfer::IsContinuation() const
+// Whether a 206 answer goes on where the body stopped, and is of the same resource; takes from it
+// how far it reaches. Headers that did not serve as validator may be left out of such an answer.
+bool WebTransfer::TakeContinuation()
 {
     long long first = -1, last = -1, total = -1;
     const int found = std::sscanf(GetHeader("Content-Range").c_str(), "bytes %lld-%lld/%lld",
                                   &first, &last, &total);
-    return found >= 2 && first == m_received && last >= first &&
-           (found == 2 || m_size < 0 || total == m_size) && (m_size < 0 || last < m_size) &&
-           GetHeader("ETag") == m_entityTag && GetHeader("Last-Modified") == m_lastModified;
+    const std::string tag = GetHeader("ETag"), modified = GetHeader("Last-Modified");
+    const bool byTag = GetValidator() == m_entityTag;
+    if (found < 2 || first != m_received || last < first ||
+        (found == 3 && (last >= total || (m_size >= 0 && total != m_size))) ||
+        (m_size >= 0 && last >= m_size) || (tag != m_entityTag && (byTag || !tag.empty())) ||
+        (modified != m_lastModified && (!byTag || !modified.empty())))
+        return false;
+    m_end = last + 1;
+    if (found == 3)
+        m_size = total;
+    return true;
+}
+
+// What tells the resource from its other versions: a strong tag, else its date.
+std::string WebTransfer::GetValidator() const
+{
+    const bool strong = !m_entityTag.empty() && m_entityTag.compare(0, 2, "W/") != 0;
+    return strong ? m_entityTag : m_lastModified;
 }
 
 // The value of the answer's header with this name, empty when there is none.
@@ -358,11 +373,12 @@ std::string WebTransfer::GetReason() const
     return curl_easy_strerror(m_result);
 }
 
-// Tells the verbose log, and returns false.
+// Tells the verbose log, and returns false. An address that could not be parsed is left out: it may
+// hold a password.
 bool WebTransfer::Fail(const std::string& reason) const
 {
-    wxLogVerbose("%s, attempt %d: %s", wxString::FromUTF8(m_address), m_attempt,
-                 wxString::FromUTF8(reason));
+    wxLogVerbose("%s, attempt %d: %s", m_url ? wxString::FromUTF8(m_address) : wxString(),
+                 m_attempt, wxString::FromUTF8(reason));
     return false;
 }
 
@@ -398,8 +414,13 @@ size_t WebTransfer::OnBody(char* data, size_t, size_t size, void* self)
         transfer.m_paused = true;
         return CURL_WRITEFUNC_PAUSE;
     }
-    buffer.insert(buffer.end(), data, data + size);
-    transfer.m_received += static_cast<curl_off_t>(size);
+    // A continuation that is longer than it says must not make the body longer than it is.
+    const size_t taken =
+        transfer.m_end < 0
+            ? size
+            : std::min(size, static_cast<size_t>(transfer.m_end - transfer.m_received));
+    buffer.insert(buffer.end(), data, data + taken);
+    transfer.m_received += static_cast<curl_off_t>(taken);
     transfer.m_lastArrival = Clock::now();
-    return size;
+    return taken;
 }

@@ -77,7 +77,8 @@ private:
     bool IsCut() const;
     bool Resume();
     Verdict Judge();
-    bool IsContinuation() const;
+    bool TakeContinuation();
+    std::string GetValidator() const;
     std::string GetHeader(const char* name) const;
     std::string GetReason() const;
     bool Fail(const std::string& reason) const;
@@ -111,6 +112,7 @@ private:
     bool m_opened = false;
     curl_off_t m_size = -1;
     curl_off_t m_received = 0;
+    curl_off_t m_end = -1; // of the continuation under way, -1 for none
     bool m_takesRanges = false;
     std::string m_entityTag;
     std::string m_lastModified;
