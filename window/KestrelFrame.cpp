@@ -112,15 +112,18 @@ void KestrelFrame::OnShow(wxShowEvent& event)
 {
     Unbind(wxEVT_SHOW, &KestrelFrame::OnShow, this);
     Raise();
+    m_shownClientSize = GetClientSize();
     Bind(wxEVT_SIZE, &KestrelFrame::OnDecorated, this);
     event.Skip();
 }
 
-// The first change of size after the window is shown is that the decorations count as part of it.
+// The first change of size after the window is shown is that the decorations count as part of it,
+// unless there are none and the user or a long text has changed it.
 void KestrelFrame::OnDecorated(wxSizeEvent& event)
 {
     Unbind(wxEVT_SIZE, &KestrelFrame::OnDecorated, this);
-    Centre(wxBOTH);
+    if (GetClientSize() == m_shownClientSize)
+        Centre(wxBOTH);
     event.Skip();
 }
 

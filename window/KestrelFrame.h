@@ -98,6 +98,7 @@ private:
     wxString m_installerLink;             // URL of the installer
     wxDownloadFile* m_download = nullptr; // the running download, let go of exactly once
     wxDateTime m_downloadStart;           // when it was started
+    wxSize m_shownClientSize;             // when the window was first shown
 
     wxDECLARE_CLASS(KestrelFrame);
     wxDECLARE_EVENT_TABLE();
