@@ -70,6 +70,7 @@ bool KestrelApp::OnInit()
     wxSocketBase::Initialize();
 
     KestrelFrame* const frame =
+        // TRANSLATORS: The title of the window: the program's name, which is kept as it is.
         new KestrelFrame(nullptr, KestrelFrame::ID_FRAME, _("Kestrel"), wxDefaultPosition,
                          wxDefaultSize, wxCAPTION | wxCLOSE_BOX | wxSYSTEM_MENU | wxRESIZE_BORDER);
     frame->Show(true);

@@ -103,9 +103,15 @@ void KestrelFrame::CreateControls()
         grid->Add(cell, 0, wxALIGN_CENTER_HORIZONTAL | wxALIGN_CENTER_VERTICAL | wxALL, 5);
         return cell;
     };
+    // TRANSLATORS: The three rows' labels end with a colon; their values stand to the right.
     m_fileNameText = addRow(_("File Name:"), ID_FILE_NAME_TEXT, wxString());
-    m_fileSizeText = addRow(_("File Size:"), ID_FILE_SIZE_TEXT, _("0 kB"));
-    m_progressText = addRow(_("Progress:"), ID_PROGRESS_TEXT, _("0%"));
+    m_fileSizeText = addRow(_("File Size:"), ID_FILE_SIZE_TEXT,
+                            // TRANSLATORS: The size before anything is known, in kilobytes.
+                            _("0 kB"));
+    m_progressText = addRow(_("Progress:"), ID_PROGRESS_TEXT,
+                            // TRANSLATORS: The progress before anything has arrived.
+                            // xgettext:no-c-format
+                            _("0%"));
 }
 
 void KestrelFrame::OnShow(wxShowEvent& event)
@@ -192,6 +198,8 @@ void KestrelFrame::ProcessFileInfo()
     if (!known)
     {
         CloseWithMessage(_("Unable to determine the latest version available"),
+                         // TRANSLATORS: Title of the box that says that the latest version, which
+                         // is looked up on the Internet, cannot be determined.
                          _("Unknown Internet Version"));
         return;
     }
@@ -239,8 +247,10 @@ void KestrelFrame::DownloadInstaller()
     const wxString extension = nameParts.GetExt();
 
     wxFileDialog dialog(
+        // TRANSLATORS: Title of the dialog for saving a file.
         this, _("Where would you like to save this installer?"),
         wxGetHomeDir() + GetSeparator() + "Desktop", name,
+        // TRANSLATORS: The type of file, in the list of types of the dialog for saving.
         wxString::Format("%s (*.%s)|*.%s", _("Installation Package"), extension, extension),
         wxFD_SAVE | wxFD_OVERWRITE_PROMPT);
     if (dialog.ShowModal() == wxID_OK)
@@ -256,6 +266,7 @@ void KestrelFrame::DownloadInstaller()
 
 void KestrelFrame::ShowInstallerDownloaded()
 {
+    // TRANSLATORS: The "original application" is the program that the installer brings up to date.
     CloseWithMessage(_("The installer has been successfully downloaded.") + "\n" +
                          _("Please close the original application and run the installer."),
                      wxASCII_STR(wxMessageBoxCaptionStr));
@@ -276,6 +287,8 @@ void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
         // The log may hold the system's reason; it is read first, not found under the report.
         wxLog::FlushActive();
         CloseWithMessage(
+            // TRANSLATORS: '%s' is the name of the file; use the quotation marks of your language.
+            // xgettext:c-format
             wxString::Format(_("Unable to download file '%s'.\n"
                                "Please verify that your have a working internet connection and "
                                "that the file is available at that address."),
