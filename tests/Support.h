@@ -119,10 +119,11 @@ protected:
     {
         char folder[] = "/tmp/kestrel-test-XXXXXX";
         m_folder = mkdtemp(folder);
-        for (const char* name : {"home", "home/Desktop", "tmp"})
+        for (const char* name : {"home", "home/Desktop", "tmp", "run"})
             wxMkdir(Path(name));
         wxSetEnv("HOME", Path("home"));
         wxSetEnv("TMPDIR", Path("tmp"));
+        wxSetEnv("XDG_RUNTIME_DIR", Path("run"));
         for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "HTTPS_PROXY", "ALL_PROXY"})
             wxUnsetEnv(name);
     }

@@ -12,7 +12,11 @@
 
 #include <array>
 
+#include <fcntl.h>
 #include <pthread.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace
 {
@@ -277,4 +281,60 @@ TEST_F(WindowTest, ThreadThatCannotBeCreatedIsToldAndTheWindowCloses)
     EXPECT_TRUE(Pump([&] { return answers.m_seen.Contains("Can't create download thread!"); }));
     window->Close();
     EXPECT_TRUE(HasClosed());
+}
+
+TEST_F(WindowTest, RunWaitsForItsTurnAndCanBeClosedMeanwhile)
+{
+    m_server.Serve("/info.txt", "[A]\nVersion=1");
+    mkdir(Path("run/kestrel").c_str(), 0700);
+    const int lock = open(Path("run/kestrel/lock").c_str(), O_RDWR | O_CREAT, 0600);
+    ASSERT_EQ(flock(lock, LOCK_EX), 0);
+    for (const bool closed : {true, false})
+    {
+        Answers answers(wxID_NO, "");
+        KestrelFrame* const window = NewWindow();
+        window->Show();
+        window->CheckForUpdate(m_server.Url("/info.txt"), "A", "1");
+        EXPECT_FALSE(Pump([&] { return Labels() != "|0 kB|0%|"; }, 1));
+        EXPECT_FALSE(wxFileExists(Path("tmp/nvrFileInfo.txt")));
+        if (closed)
+            window->Close();
+        else
+            close(lock);
+        EXPECT_TRUE(HasClosed());
+        EXPECT_EQ(answers.m_seen.utf8_string(), closed ? "" : NO_UPDATE);
+    }
+}
+
+TEST_F(WindowTest, WhatOthersCouldHavePutInTheTemporaryDirectoryIsLetBe)
+{
+    const std::string path = Path("tmp/nvrFileInfo.txt"), target = Path("target"), fresh = "[A]\nVersion=1.0";
+    const std::string planted = "[A]\nVersion=9\nLink=http://127.0.0.1:1/x";
+    const std::pair<const char*, std::function<void()>> cases[] = {
+        {"a link", [&] { EXPECT_EQ(symlink(target.c_str(), path.c_str()), 0); }},
+        {"a link to nothing", [&] { EXPECT_EQ(symlink(Path("none").c_str(), path.c_str()), 0); }},
+        {"a second name of a file", [&] { EXPECT_EQ(link(target.c_str(), path.c_str()), 0); }},
+        {"a pipe nobody reads", [&] { EXPECT_EQ(mkfifo(path.c_str(), 0600), 0); }},
+        {"a file that everybody can write", [&] { Write(path, planted), chmod(path.c_str(), 0666); }},
+        {"somebody else's",
+         [&]
+         {
+             Write(path, planted);
+             EXPECT_EQ(chown(path.c_str(), 65534, 65534), 0);
+         }},
+        {"a directory that everybody can change", [&] { Write(path, planted), chmod(Path("tmp").c_str(), 0777); }}};
+    for (const auto& [what, plant] : cases)
+    {
+        if (what == std::string("somebody else's") && getuid() != 0)
+            continue; // only root can give a file away
+        Write(target, planted);
+        plant();
+        EXPECT_EQ(Check(fresh), NO_UPDATE) << what;
+        EXPECT_EQ(Read(target), planted) << what;
+        EXPECT_FALSE(wxFileExists(Path("none"))) << what;
+        EXPECT_EQ(Read(Path("run/kestrel/nvrFileInfo.txt")), fresh) << what;
+        unlink(path.c_str());
+        unlink(Path("run/kestrel/nvrFileInfo.txt").c_str());
+    }
+    EXPECT_EQ(Check(fresh), NO_UPDATE);
 }

@@ -2,14 +2,14 @@
 
 #include "download/wxDownloadEvent.h"
 #include "download/wxDownloadFile.h"
-#include "window/QuietLog.h"
+#include "window/FileInfo.h"
 
 #include <wx/crt.h>
-#include <wx/fileconf.h>
 #include <wx/filedlg.h>
 #include <wx/filefn.h>
 #include <wx/filename.h>
 #include <wx/intl.h>
+#include <wx/log.h>
 #include <wx/msgdlg.h>
 #include <wx/panel.h>
 #include <wx/sizer.h>
@@ -18,8 +18,6 @@
 #include <wx/uri.h>
 #include <wx/utils.h>
 
-#include <memory>
-
 namespace
 {
 
@@ -27,6 +25,11 @@ namespace
 constexpr wxLongLong_t PROGRESS_INTERVAL = 16384;
 
 constexpr int VERSION_PARTS = 4;
+
+const char* const FILE_INFO_NAME = "nvrFileInfo.txt";
+
+// How often a run that waits for its turn looks whether it has come, in milliseconds.
+constexpr int TURN_INTERVAL = 100;
 
 wxString GetSeparator()
 {
@@ -72,6 +75,8 @@ bool KestrelFrame::Create(wxWindow* parent, wxWindowID id, const wxString& title
     GetSizer()->Fit(this);
     GetSizer()->SetSizeHints(this);
     Centre(wxBOTH);
+    m_turnTimer.SetOwner(this);
+    Bind(wxEVT_TIMER, &KestrelFrame::OnTurnTimer, this);
     // With GTK 3 to raise a hidden window is to show it.
     Bind(wxEVT_SHOW, &KestrelFrame::OnShow, this);
     return true;
@@ -136,7 +141,10 @@ void KestrelFrame::OnDecorated(wxSizeEvent& event)
 void KestrelFrame::OnClose(wxCloseEvent& event)
 {
     if (m_download)
+    {
         m_download->CancelDownload();
+        HoldLog(false);
+    }
 
     // From here on the window listens to nothing: neither to a report that is still in the queue,
     // which would go on with the dialogue, nor to another close, which would let go twice.
@@ -146,7 +154,7 @@ void KestrelFrame::OnClose(wxCloseEvent& event)
 
 void KestrelFrame::CheckForUpdate(wxString address, wxString iniSection, wxString currentVersion)
 {
-    if (m_download)
+    if (m_download || m_turnTimer.IsRunning())
     {
         wxMessageBox(_("There is a download already in progress"));
         return;
@@ -155,7 +163,33 @@ void KestrelFrame::CheckForUpdate(wxString address, wxString iniSection, wxStrin
     m_address = address;
     m_iniSection = iniSection;
     m_currentVersion = currentVersion;
-    m_fileInfoPath = m_tempDir + "nvrFileInfo.txt";
+    m_fileInfoPath = m_tempDir + FILE_INFO_NAME;
+    if (m_place.TakeTurn())
+        DownloadFileInfo();
+    else
+        m_turnTimer.Start(TURN_INTERVAL);
+}
+
+void KestrelFrame::OnTurnTimer(wxTimerEvent&)
+{
+    if (!m_place.TakeTurn())
+        return;
+    m_turnTimer.Stop();
+    DownloadFileInfo();
+}
+
+void KestrelFrame::DownloadFileInfo()
+{
+    if (!m_place.IsSafe(m_fileInfoPath))
+    {
+        m_tempDir = m_place.GetOwnDirectory();
+        m_fileInfoPath = m_tempDir + FILE_INFO_NAME;
+        if (m_tempDir.empty())
+        {
+            ReportFailure(m_address);
+            return;
+        }
+    }
     StartDownload(m_address, m_fileInfoPath);
 }
 
@@ -163,6 +197,21 @@ void KestrelFrame::StartDownload(const wxString& url, const wxString& localFile)
 {
     m_download = new wxDownloadFile(this, url.Clone(), localFile.Clone(), true, PROGRESS_INTERVAL);
     m_downloadStart = wxDateTime::Now();
+    // Without a thread no report will come, and the log must not wait for one.
+    HoldLog(m_download->IsAlive());
+}
+
+// Holds back the log's boxes during a download, or shows what has been held back. Otherwise the
+// box of a report could open over a log box that nobody has answered yet.
+void KestrelFrame::HoldLog(bool hold)
+{
+    if (hold == m_logHeld)
+        return;
+    m_logHeld = hold;
+    if (hold)
+        wxLog::Suspend();
+    else
+        wxLog::Resume();
 }
 
 void KestrelFrame::LetGoOfDownload()
@@ -170,8 +219,12 @@ void KestrelFrame::LetGoOfDownload()
     if (m_download)
         m_download->CancelDownload();
     m_download = nullptr;
+    // The log may hold the system's reason for what comes next; it is read first.
+    HoldLog(false);
+    wxLog::FlushActive();
 }
 
+// static
 long KestrelFrame::GetVersionPart(wxString version, int k)
 {
     for (int i = 1; i < k && version.Contains("."); ++i)
@@ -179,23 +232,31 @@ long KestrelFrame::GetVersionPart(wxString version, int k)
     return wxStrtol(version, nullptr, 10);
 }
 
+// static
+bool KestrelFrame::IsNewer(const wxString& version, const wxString& installed)
+{
+    for (int k = 1; k <= VERSION_PARTS; ++k)
+    {
+        const long part = GetVersionPart(version, k), installedPart = GetVersionPart(installed, k);
+        if (part != installedPart)
+            return part > installedPart;
+    }
+    return false;
+}
+
 void KestrelFrame::ProcessFileInfo()
 {
-    std::unique_ptr<wxFileConfig> fileInfo;
-    wxString version;
-    bool known = false;
+    // What has come to lie there meanwhile may be somebody else's.
+    if (!m_place.IsSafe(m_fileInfoPath))
     {
-        const QuietLog quiet;
-        fileInfo.reset(new wxFileConfig(wxEmptyString, wxEmptyString, m_fileInfoPath, wxEmptyString,
-                                        wxCONFIG_USE_LOCAL_FILE));
-        if (fileInfo->HasGroup(m_iniSection))
-        {
-            fileInfo->SetPath(m_iniSection);
-            known = fileInfo->HasEntry("Version");
-            fileInfo->Read("Version", &version);
-        }
+        DownloadFileInfo();
+        return;
     }
-    if (!known)
+    FileInfo fileInfo(m_fileInfoPath, m_iniSection);
+    m_place.EndTurn();
+
+    wxString version;
+    if (!fileInfo.ReadVersion(version))
     {
         CloseWithMessage(_("Unable to determine the latest version available"),
                          // TRANSLATORS: Title of the box that says that the latest version, which
@@ -203,12 +264,7 @@ void KestrelFrame::ProcessFileInfo()
                          _("Unknown Internet Version"));
         return;
     }
-
-    int decisive = 1;
-    while (decisive < VERSION_PARTS &&
-           GetVersionPart(version, decisive) == GetVersionPart(m_currentVersion, decisive))
-        ++decisive;
-    if (GetVersionPart(version, decisive) <= GetVersionPart(m_currentVersion, decisive))
+    if (!IsNewer(version, m_currentVersion))
     {
         CloseWithMessage(_("There are no updates available at this time."), _("No Update"));
         return;
@@ -223,17 +279,13 @@ void KestrelFrame::ProcessFileInfo()
         return;
     }
 
-    if (!fileInfo->HasEntry("Link"))
+    wxString link;
+    if (!fileInfo.ReadLink(link))
     {
         CloseWithMessage(
             _("The file information does not say where the new version can be downloaded."),
             _("No Download Link"));
         return;
-    }
-    wxString link;
-    {
-        const QuietLog quiet;
-        fileInfo->Read("Link", &link);
     }
     m_installerLink = link;
     DownloadInstaller();
@@ -278,22 +330,26 @@ void KestrelFrame::CloseWithMessage(const wxString& message, const wxString& cap
     Close(true);
 }
 
+void KestrelFrame::ReportFailure(const wxString& url)
+{
+    m_place.EndTurn();
+    CloseWithMessage(
+        // TRANSLATORS: '%s' is the name of the file; use the quotation marks of your language.
+        // xgettext:c-format
+        wxString::Format(_("Unable to download file '%s'.\n"
+                           "Please verify that your have a working internet connection and "
+                           "that the file is available at that address."),
+                         GetFileNameFromURL(url)),
+        _("Website Unreachable"));
+}
+
 void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
 {
     switch (event.GetDownloadStatus())
     {
     case wxDOWNLOAD_FAIL:
         LetGoOfDownload();
-        // The log may hold the system's reason; it is read first, not found under the report.
-        wxLog::FlushActive();
-        CloseWithMessage(
-            // TRANSLATORS: '%s' is the name of the file; use the quotation marks of your language.
-            // xgettext:c-format
-            wxString::Format(_("Unable to download file '%s'.\n"
-                               "Please verify that your have a working internet connection and "
-                               "that the file is available at that address."),
-                             GetFileNameFromURL(event.GetURL())),
-            _("Website Unreachable"));
+        ReportFailure(event.GetURL());
         break;
 
     case wxDOWNLOAD_INPROGRESS:
@@ -355,6 +411,7 @@ void KestrelFrame::SetValue(wxStaticText* cell, const wxString& text)
     Layout();
 }
 
+// static
 wxString KestrelFrame::FormatFileSize(wxLongLong_t size)
 {
     constexpr wxLongLong_t KB = 1024, MB = 1024 * KB, GB = 1024 * MB;
@@ -370,6 +427,7 @@ wxString KestrelFrame::FormatFileSize(wxLongLong_t size)
     return wxString::Format("%.2f B", bytes);
 }
 
+// static
 wxString KestrelFrame::GetFileNameFromURL(const wxString& url)
 {
     const wxString path = wxURI(url).GetPath();

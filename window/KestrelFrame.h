@@ -1,17 +1,16 @@
 // The program's one window. It owns all the state of a run and drives the whole dialogue: fetch the
 // file information, compare versions, ask, save the installer, say what to do next, close.
 //
-// The file information is an INI text in the form that wxFileConfig reads. In the section of the
-// product it holds the latest version ("Version", dotted decimal) and the URL of that version's
-// installer ("Link"); nothing else in it is looked at.
-//
 // Every member belongs to the main thread. Downloads run on a thread of their own and reach the
 // window only as download events; at most one runs at a time.
 
 #pragma once
 
+#include "window/FileInfoPlace.h"
+
 #include <wx/datetime.h>
 #include <wx/frame.h>
+#include <wx/timer.h>
 
 class wxDownloadEvent;
 class wxDownloadFile;
@@ -46,14 +45,18 @@ public:
 
     // Starts the run, and returns at once: fetches the file information at the URL address, in
     // which the section iniSection will be read and compared with currentVersion, the installed
-    // version. Nothing is checked here; a download that fails is reported to the user. While a
-    // download runs, the user is told so and nothing else happens.
+    // version. Nothing is checked here; a download that fails is reported to the user. While
+    // another run of the user's fetches its own, the download waits, and the window stays as it is.
+    // While a download runs or waits, the user is told so and nothing else happens.
     void CheckForUpdate(wxString address, wxString iniSection, wxString currentVersion);
 
     // Returns component k (1 to 4) of a dotted version, as strtol() with base 10 reads it: 0 when
     // there is no number, the nearest limit when it does not fit. A missing component reads as the
     // last one present.
-    long GetVersionPart(wxString version, int k);
+    static long GetVersionPart(wxString version, int k);
+
+    // Returns whether a version is newer than the installed one, by their first four components.
+    static bool IsNewer(const wxString& version, const wxString& installed);
 
     // Decides about the update from the downloaded file information, and closes the window unless
     // the installer's download follows.
@@ -68,20 +71,24 @@ public:
 
     // Returns a size in bytes as text, in the largest of B, kB, MB and GB that it exceeds. Here a
     // kB has 1024 bytes, unlike in the transfer rate.
-    wxString FormatFileSize(wxLongLong_t size);
+    static wxString FormatFileSize(wxLongLong_t size);
 
     // Returns the last segment of the URL's path, percent-encoded as it stands; empty when the path
     // is empty or ends in '/'.
-    wxString GetFileNameFromURL(const wxString& url);
+    static wxString GetFileNameFromURL(const wxString& url);
 
 private:
     void OnShow(wxShowEvent& event);
     void OnDecorated(wxSizeEvent& event);
     void OnClose(wxCloseEvent& event);
     void OnDownloadEvent(wxDownloadEvent& event);
+    void OnTurnTimer(wxTimerEvent& event);
 
+    void DownloadFileInfo();
     void StartDownload(const wxString& url, const wxString& localFile);
     void LetGoOfDownload();
+    void HoldLog(bool hold);
+    void ReportFailure(const wxString& url);
     void ShowProgress(const wxDownloadEvent& event);
     void SetValue(wxStaticText* cell, const wxString& text);
     void CloseWithMessage(const wxString& message, const wxString& caption);
@@ -98,7 +105,10 @@ private:
     wxString m_installerLink;             // URL of the installer
     wxDownloadFile* m_download = nullptr; // the running download, let go of exactly once
     wxDateTime m_downloadStart;           // when it was started
-    wxSize m_shownClientSize;             // when the window was first shown
+    bool m_logHeld = false;               // whether the log's boxes wait
+    FileInfoPlace m_place;
+    wxTimer m_turnTimer;      // runs while the file information waits for its turn
+    wxSize m_shownClientSize; // when the window was first shown
 
     wxDECLARE_CLASS(KestrelFrame);
     wxDECLARE_EVENT_TABLE();
