@@ -4,6 +4,8 @@
 #include <wx/log.h>
 #include <wx/socket.h>
 
+#include <cstdlib>
+
 namespace
 {
 
@@ -23,7 +25,11 @@ public:
     {
         wxGUIEventLoop loop;
         const wxEventLoopActivator activate(&loop);
-        return RUN_ALL_TESTS();
+        // A failure is not left to the end of the process, which may be cut short with status 0.
+        const int failed = RUN_ALL_TESTS();
+        if (failed != 0)
+            std::quick_exit(failed);
+        return failed;
     }
 };
 

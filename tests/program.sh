@@ -125,5 +125,5 @@ for ((closing = 1; closing <= ${KESTREL_CLOSINGS:-20}; closing++)); do
     closed=$(date +%s%N)
     ends 0 "closing $closing"
     took=$((($(date +%s%N) - closed) / 1000000))
-    ((took < 1000)) || fail "closing $closing took $took ms"
+    ((took < 500)) || fail "closing $closing took $took ms"
 done

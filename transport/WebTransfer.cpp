@@ -28,35 +28,11 @@ constexpr size_t BUFFER_LIMIT = 256 * 1024;
 // No honest answer has a larger header, in bytes.
 constexpr size_t HEADER_LIMIT = 256 * 1024;
 
-std::string GetPart(CURLU* url, CURLUPart part, unsigned flags = 0)
-{
-    char* text = nullptr;
-    if (curl_url_get(url, part, &text, flags) != CURLUE_OK)
-        return std::string();
-    const std::string result = text;
-    curl_free(text);
-    return result;
-}
-
-// Whether credentials given for one URL may be sent to the other: to the same host and port, or
-// when the same host asks for TLS.
-bool IsSameSite(CURLU* from, CURLU* to)
-{
-    const auto port = [](CURLU* url) { return GetPart(url, CURLUPART_PORT, CURLU_DEFAULT_PORT); };
-    if (!curl_strequal(GetPart(from, CURLUPART_HOST).c_str(), GetPart(to, CURLUPART_HOST).c_str()))
-        return false;
-    if (GetPart(from, CURLUPART_SCHEME) == GetPart(to, CURLUPART_SCHEME))
-        return port(from) == port(to);
-    return port(from) == "80" && port(to) == "443";
-}
-
 } // namespace
 
-WebTransfer::WebTransfer(const std::string& address, std::chrono::seconds timeout,
-                         std::function<bool()> cancelled)
+WebTransfer::WebTransfer(std::chrono::seconds timeout, std::function<bool()> cancelled)
     : m_timeout(timeout)
     , m_cancelled(std::move(cancelled))
-    , m_address(address)
     , m_multi(curl_multi_init())
     , m_easy(curl_easy_init())
 {
@@ -66,6 +42,7 @@ WebTransfer::WebTransfer(const std::string& address, std::chrono::seconds timeou
     curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    curl_easy_setopt(easy, CURLOPT_PROXY_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
     curl_easy_setopt(easy, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC));
     curl_easy_setopt(easy, CURLOPT_USERAGENT, "Kestrel/" KESTREL_VERSION);
@@ -76,11 +53,17 @@ WebTransfer::WebTransfer(const std::string& address, std::chrono::seconds timeou
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &WebTransfer::OnBody);
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
     // The library leaves these two to its users, who know them from other programs.
-    wxString path;
-    if (wxGetEnv("SSL_CERT_FILE", &path) && !path.empty())
-        curl_easy_setopt(easy, CURLOPT_CAINFO, path.utf8_string().c_str());
-    if (wxGetEnv("SSL_CERT_DIR", &path) && !path.empty())
-        curl_easy_setopt(easy, CURLOPT_CAPATH, path.utf8_string().c_str());
+    SetFromEnv("SSL_CERT_FILE", {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO});
+    SetFromEnv("SSL_CERT_DIR", {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH});
+}
+
+void WebTransfer::SetFromEnv(const char* variable, std::initializer_list<CURLoption> options)
+{
+    wxString value;
+    if (!wxGetEnv(variable, &value) || value.empty())
+        return;
+    for (const CURLoption option : options)
+        curl_easy_setopt(m_easy.get(), option, value.utf8_string().c_str());
 }
 
 WebTransfer::~WebTransfer()
@@ -88,36 +71,15 @@ WebTransfer::~WebTransfer()
     StopRequest();
 }
 
-// Makes address the one to ask; it may be relative to the one asked before.
-bool WebTransfer::SetAddress(const std::string& address)
+bool WebTransfer::MoveTo(const std::string& address)
 {
-    Url url(m_url ? curl_url_dup(m_url.get()) : curl_url());
-    if (curl_url_set(url.get(), CURLUPART_URL, address.c_str(), CURLU_URLENCODE) != CURLUE_OK)
-        return Fail("not a valid address");
-    const std::string scheme = GetPart(url.get(), CURLUPART_SCHEME);
-    if (scheme != "http" && scheme != "https")
-        return Fail("redirected to a scheme other than http and https");
-    if (m_url && scheme == "http" && GetPart(m_url.get(), CURLUPART_SCHEME) == "https")
-        return Fail("redirected from https back to http");
-
-    const std::string user = GetPart(url.get(), CURLUPART_USER, CURLU_URLDECODE);
-    const std::string password = GetPart(url.get(), CURLUPART_PASSWORD, CURLU_URLDECODE);
-    curl_url_set(url.get(), CURLUPART_USER, nullptr, 0);
-    curl_url_set(url.get(), CURLUPART_PASSWORD, nullptr, 0);
-    if (!user.empty() || !m_url || !IsSameSite(m_url.get(), url.get()))
-    {
-        const bool given = !user.empty() || !password.empty();
-        curl_easy_setopt(m_easy.get(), CURLOPT_USERNAME, given ? user.c_str() : nullptr);
-        curl_easy_setopt(m_easy.get(), CURLOPT_PASSWORD, given ? password.c_str() : nullptr);
-    }
-    m_url = std::move(url);
-    m_address = GetPart(m_url.get(), CURLUPART_URL);
-    return curl_easy_setopt(m_easy.get(), CURLOPT_CURLU, m_url.get()) == CURLE_OK;
+    const char* const objection = m_address.MoveTo(address);
+    return objection ? Fail(objection) : m_address.ApplyTo(m_easy.get());
 }
 
-bool WebTransfer::Open()
+bool WebTransfer::Open(const std::string& address)
 {
-    if (!SetAddress(m_address))
+    if (!MoveTo(address))
         return false;
     for (;;)
     {
@@ -148,7 +110,7 @@ bool WebTransfer::FollowRedirect()
     if (m_redirects++ == MAX_REDIRECTS)
         return Fail("too many redirects");
     StopRequest();
-    return SetAddress(target);
+    return MoveTo(target);
 }
 
 void WebTransfer::StartRequest()
@@ -377,8 +339,8 @@ std::string WebTransfer::GetReason() const
 // hold a password.
 bool WebTransfer::Fail(const std::string& reason) const
 {
-    wxLogVerbose("%s, attempt %d: %s", m_url ? wxString::FromUTF8(m_address) : wxString(),
-                 m_attempt, wxString::FromUTF8(reason));
+    wxLogVerbose("%s, attempt %d: %s", wxString::FromUTF8(m_address.GetText()), m_attempt,
+                 wxString::FromUTF8(reason));
     return false;
 }
 

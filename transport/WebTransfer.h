@@ -10,53 +10,36 @@
 
 #pragma once
 
-#include <curl/curl.h>
+#include "transport/CurlHandles.h"
+#include "transport/WebAddress.h"
 
 #include <chrono>
 #include <functional>
-#include <memory>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
 class WebTransfer
 {
 public:
-    // address    an http or https URL (RFC 3986), as UTF-8; may hold user:password@
     // timeout    bounds connecting, waiting for the answer, and every silence; not the whole
     // cancelled  asked at least every 50 milliseconds; when it returns true, the call under way
     //            fails
-    WebTransfer(const std::string& address, std::chrono::seconds timeout,
-                std::function<bool()> cancelled);
+    WebTransfer(std::chrono::seconds timeout, std::function<bool()> cancelled);
     ~WebTransfer();
 
-    // Sends the request; returns whether the answer is a success (2xx), whose body can be read.
-    bool Open();
+    // Asks for an http or https URL (RFC 3986), as UTF-8, which may hold user:password@. Returns
+    // whether the answer is a success (2xx), whose body can be read. To be called once.
+    bool Open(const std::string& address);
 
     // Size of the body in bytes, -1 when it is not known. Valid once Open() has succeeded.
     curl_off_t GetSize() const { return m_size; }
-
-    // The answer's Content-Type, empty when there is none.
-    std::string GetContentType() const { return GetHeader("Content-Type"); }
 
     // Waits for some of the body and copies it to buffer, at most size bytes. Returns how many, 0
     // at the end of the body or when the connection is gone for good.
     size_t Read(char* buffer, size_t size);
 
 private:
-    template <auto function>
-    struct Cleanup
-    {
-        template <typename T>
-        void operator()(T* handle) const
-        {
-            function(handle);
-        }
-    };
-    using Easy = std::unique_ptr<CURL, Cleanup<curl_easy_cleanup>>;
-    using Multi = std::unique_ptr<CURLM, Cleanup<curl_multi_cleanup>>;
-    using Url = std::unique_ptr<CURLU, Cleanup<curl_url_cleanup>>;
-    using Headers = std::unique_ptr<curl_slist, Cleanup<curl_slist_free_all>>;
-
     // What to make of an answer, known when its header is complete.
     enum class Verdict
     {
@@ -67,7 +50,8 @@ private:
         Refuse
     };
 
-    bool SetAddress(const std::string& address);
+    void SetFromEnv(const char* variable, std::initializer_list<CURLoption> options);
+    bool MoveTo(const std::string& address);
     bool FollowRedirect();
     void StartRequest();
     void StopRequest();
@@ -90,11 +74,10 @@ private:
 
     const std::chrono::seconds m_timeout;
     const std::function<bool()> m_cancelled;
-    std::string m_address;
-    const Multi m_multi;
-    const Easy m_easy;
-    Url m_url; // without credentials
-    Headers m_headers;
+    WebAddress m_address;
+    const CurlMulti m_multi;
+    const CurlEasy m_easy;
+    CurlHeaders m_headers;
     int m_attempt = 0;
     int m_redirects = 0;
 

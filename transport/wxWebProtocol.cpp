@@ -108,14 +108,13 @@ void wxWebProtocol::SetRequest(const wxString& address, std::function<bool()> ca
 
 wxInputStream* wxWebProtocol::GetInputStream(const wxString&)
 {
-    auto transfer = std::make_unique<WebTransfer>(
-        m_address.utf8_string(), std::chrono::seconds(m_uiDefaultTimeout), m_cancelled);
-    if (!transfer->Open())
+    auto transfer =
+        std::make_unique<WebTransfer>(std::chrono::seconds(m_uiDefaultTimeout), m_cancelled);
+    if (!transfer->Open(m_address.utf8_string()))
     {
         m_lastError = wxPROTO_CONNERR;
         return nullptr;
     }
     m_lastError = wxPROTO_NOERR;
-    m_contentType = wxString::FromUTF8(transfer->GetContentType());
     return new WebStream(std::move(transfer));
 }

@@ -32,8 +32,8 @@ public:
     // every silence are bounded by SetTimeout().
     wxInputStream* GetInputStream(const wxString& path) override;
 
-    // The Content-Type of the last answer, empty when there is none.
-    wxString GetContentType() const override { return m_contentType; }
+    // Nobody asks.
+    wxString GetContentType() const override { return wxString(); }
 
     // There is nothing to abort from outside; cancelled is the way to stop.
     bool Abort() override { return false; }
@@ -41,7 +41,6 @@ public:
 private:
     wxString m_address;
     std::function<bool()> m_cancelled = [] { return false; };
-    wxString m_contentType;
 
     wxDECLARE_ABSTRACT_CLASS(wxWebProtocol);
 };

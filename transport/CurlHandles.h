@@ -1,0 +1,23 @@
+// libcurl's handles, each with an owner that frees it.
+
+#pragma once
+
+#include <curl/curl.h>
+
+#include <memory>
+
+template <auto function>
+struct CurlCleanup
+{
+    template <typename T>
+    void operator()(T* handle) const
+    {
+        function(handle);
+    }
+};
+
+using CurlEasy = std::unique_ptr<CURL, CurlCleanup<curl_easy_cleanup>>;
+using CurlMulti = std::unique_ptr<CURLM, CurlCleanup<curl_multi_cleanup>>;
+using CurlUrl = std::unique_ptr<CURLU, CurlCleanup<curl_url_cleanup>>;
+using CurlHeaders = std::unique_ptr<curl_slist, CurlCleanup<curl_slist_free_all>>;
+using CurlText = std::unique_ptr<char, CurlCleanup<curl_free>>;
