@@ -109,6 +109,25 @@ cmp "$work/web/setup.bin" "$HOME/Desktop/setup.bin" || fail "not what was served
 [[ $(ls "$TMPDIR") == nvrFileInfo.txt ]] || fail "left $(ls "$TMPDIR")"
 grep -q "opening connection to 127.0.0.1:$web" "$work/proxy.log" || fail "past the proxy"
 
+echo "Of twelve runs at once each answers from its own file information"
+echo "[B]" >"$work/web/other.txt"
+runs=()
+for ((run = 0; run < 12; run++)); do
+    start "https://127.0.0.1:$web/$( ((run % 2)) && echo info || echo other).txt"
+    runs+=("$program")
+done
+boxes='Unknown Internet Version|New Version Available'
+for ((i = 0; i < 200; i++)); do
+    (($(wmctrl -l | grep -cE "$boxes") == 12)) && break
+    sleep 0.1
+done
+seen=$(wmctrl -lp)
+for ((run = 0; run < 12; run++)); do
+    grep -qE " ${runs[run]} .*$( ((run % 2)) && echo New || echo Unknown) " <<<"$seen" || fail "run $run of $seen"
+    kill "${runs[run]}"
+done
+wait "${runs[@]}" 2>/dev/null || true
+
 echo "Closed at any instant it ends at once, with status 0"
 cat >"$work/slow" <<'SCRIPT'
 printf 'HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n'
