@@ -190,10 +190,21 @@ TEST_F(WindowTest, NewerIsWhatComparesAsNewer)
 
 TEST_F(WindowTest, FileInformationIsReadOrFoundUnknown)
 {
-    std::string many;
+    std::string many, deep, utf16;
     for (int i = 0; i < 5000; ++i)
         many += "[Section" + std::to_string(i) + "]\nVersion=9\n";
+    for (int i = 0; i < 1000000; ++i)
+        deep += "/a";
+    for (const char c : std::string("[A]\nVersion=2\n"))
+        utf16 += {c, '\0'};
+    const std::string plain = "[A]\nVersion=2\n";
     const std::array<std::string, 4> cases[] = {
+        {"deep", "[" + deep + "]\nVersion=2\n" + plain, "A", UNKNOWN},
+        {"a long line", plain + std::string(5000000, 'x') + "\n[" + std::string(5000000, '['), "A", QUESTION},
+        {"UTF-16 without a mark", utf16, "A", UNKNOWN},
+        {"UTF-16", "\xFF\xFE" + utf16, "A", QUESTION},
+        {"Latin-1", "; \xE4\xF6\n" + plain, "A", QUESTION},
+        {"NUL", std::string(100, '\0') + "\n" + plain, "A", QUESTION},
         {"CRLF, mark and comments", "\xEF\xBB\xBF; c\r\n# c\r\n[A]\r\nVersion=2\r\n", "A", QUESTION},
         {"among thousands", many + "[A]\nVersion=1.0", "A", NO_UPDATE},
         {"slash in the name", "[A/B]\nVersion=2", "A/B", QUESTION},
@@ -205,6 +216,9 @@ TEST_F(WindowTest, FileInformationIsReadOrFoundUnknown)
         {"binary", Bytes(5000), "A", UNKNOWN}};
     for (const auto& [what, text, section, seen] : cases)
         EXPECT_EQ(Check(text, section), seen) << what;
+    for (const std::string& section : {std::string("/"), std::string(".."), std::string("../X"), std::string("\t"),
+                                       std::string(5000, '['), deep.substr(0, 40000)})
+        EXPECT_EQ(Check(plain, section), UNKNOWN) << section.substr(0, 10);
 }
 
 TEST_F(WindowTest, DialogueGoesItsWholeWay)

@@ -2,9 +2,37 @@
 
 #include "window/QuietLog.h"
 
+#include <wx/filename.h>
+#include <wx/textfile.h>
+
+namespace
+{
+
+// No honest text is longer, in bytes, nor has sections within sections so deep. The reader holds
+// all of a text in memory, and goes down into nested sections by recursion.
+constexpr int SIZE_LIMIT = 16 * 1024 * 1024;
+constexpr int DEPTH_LIMIT = 1000;
+
+bool IsHarmless(const wxString& path)
+{
+    if (!wxFileName::FileExists(path) || wxFileName::GetSize(path) > SIZE_LIMIT)
+        return false;
+    wxTextFile text;
+    if (!text.Open(path, wxConvAuto()))
+        return false;
+    for (size_t line = 0; line < text.GetLineCount(); ++line)
+        if (text[line].Freq('/') > DEPTH_LIMIT)
+            return false;
+    return true;
+}
+
+} // namespace
+
 FileInfo::FileInfo(const wxString& path, const wxString& section)
 {
     const QuietLog quiet;
+    if (!IsHarmless(path))
+        return;
     m_text.reset(new wxFileConfig(wxEmptyString, wxEmptyString, path, wxEmptyString,
                                   wxCONFIG_USE_LOCAL_FILE));
     m_hasSection = m_text->HasGroup(section);
