@@ -18,6 +18,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -38,7 +39,7 @@ public:
     TestServer()
     {
         m_server.Get(".*", [this](const httplib::Request& request, httplib::Response& response)
-                     { Answer(m_files.find(request.path), response); });
+                     { Answer(Find(request.path), response); });
         m_server.set_keep_alive_max_count(1);
         m_port = m_server.bind_to_any_port("127.0.0.1");
         m_thread = std::thread([this] { m_server.listen_after_bind(); });
@@ -56,30 +57,41 @@ public:
 
     void Serve(const std::string& path, const std::string& content, Body body = Body::Whole)
     {
-        m_files[path] = {content, body};
+        const std::lock_guard<std::mutex> locker(m_lock);
+        m_files[path] = std::make_shared<File>(File{content, body});
     }
 
     std::string Url(const std::string& path) const { return "http://127.0.0.1:" + std::to_string(m_port) + path; }
 
 private:
-    using Files = std::map<std::string, std::pair<std::string, Body>>;
-
-    void Answer(Files::const_iterator found, httplib::Response& response)
+    struct File
     {
-        response.status = found == m_files.end() ? 404 : 200;
-        if (found == m_files.end())
+        std::string content;
+        Body body;
+    };
+
+    std::shared_ptr<File> Find(const std::string& path)
+    {
+        const std::lock_guard<std::mutex> locker(m_lock);
+        return m_files[path];
+    }
+
+    void Answer(const std::shared_ptr<File>& file, httplib::Response& response)
+    {
+        response.status = file ? 200 : 404;
+        if (!file)
             return;
-        const std::string &content = found->second.first, type = "application/octet-stream";
-        const Body body = found->second.second;
-        if (body == Body::Whole)
-            response.set_content(content, type);
-        else if (body == Body::NoLength)
-            response.set_content_provider(type, [&content](size_t, httplib::DataSink& sink)
-                                          { return sink.write(content.data(), content.size()), sink.done(), true; });
+        const std::string type = "application/octet-stream";
+        if (file->body == Body::Whole)
+            response.set_content(file->content, type);
+        else if (file->body == Body::NoLength)
+            response.set_content_provider(
+                type, [file](size_t, httplib::DataSink& sink)
+                { return sink.write(file->content.data(), file->content.size()), sink.done(), true; });
         else
-            response.set_content_provider(content.size(), type,
-                                          [=, &content](size_t from, size_t left, httplib::DataSink& sink)
-                                          { return Send(content.data() + from, left, body, sink); });
+            response.set_content_provider(file->content.size(), type,
+                                          [this, file](size_t from, size_t left, httplib::DataSink& sink)
+                                          { return Send(file->content.data() + from, left, file->body, sink); });
     }
 
     bool Send(const char* data, size_t left, Body body, httplib::DataSink& sink)
@@ -96,7 +108,8 @@ private:
     int m_port = 0;
     std::thread m_thread;
     std::atomic<bool> m_stopping{false};
-    Files m_files;
+    std::mutex m_lock;
+    std::map<std::string, std::shared_ptr<File>> m_files;
 };
 
 // Turns the main loop until done() holds; false when it does not within the time.

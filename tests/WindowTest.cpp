@@ -11,6 +11,7 @@
 #include <wx/weakref.h>
 
 #include <array>
+#include <random>
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -351,4 +352,29 @@ TEST_F(WindowTest, WhatOthersCouldHavePutInTheTemporaryDirectoryIsLetBe)
         unlink(Path("run/kestrel/nvrFileInfo.txt").c_str());
     }
     EXPECT_EQ(Check(fresh), NO_UPDATE);
+}
+
+// Windows and downloads are opened and closed a thousand times at random instants. The sanitizers
+// watch.
+TEST_F(WindowTest, ClosesCleanlyAtAnyInstant)
+{
+    const std::string link = "[A]\nVersion=2\nLink=" + m_server.Url("/slow");
+    m_server.Serve("/info.txt", link);
+    m_server.Serve("/slow", Bytes(300000), Body::Slow);
+    const std::string urls[] = {"", m_server.Url("/info.txt"), m_server.Url("/slow"), "https://127.0.0.1:1/x"};
+    std::mt19937 random(4711);
+    int closed = 0;
+    for (int round = 0; round < 1000; ++round)
+    {
+        Answers answers(round % 50 == 0 ? wxID_YES : wxID_NO, Path("saved"));
+        KestrelFrame* const window = NewWindow();
+        window->Show(random() % 2 != 0);
+        window->CheckForUpdate(urls[random() % std::size(urls)], "A", "1");
+        const auto instant = Clock::now() + std::chrono::microseconds(random() % 8000);
+        Pump([&] { return !m_alive || Clock::now() > instant; });
+        closed += m_alive && window->Close();
+        ASSERT_TRUE(HasClosed()) << round;
+    }
+    EXPECT_GT(closed, 300) << "the instants no longer lie within the runs";
+    EXPECT_LT(closed, 990) << "the instants no longer cover the end of the runs";
 }

@@ -318,8 +318,9 @@ void KestrelFrame::DownloadInstaller()
 
 void KestrelFrame::ShowInstallerDownloaded()
 {
-    // TRANSLATORS: The "original application" is the program that the installer brings up to date.
     CloseWithMessage(_("The installer has been successfully downloaded.") + "\n" +
+                         // TRANSLATORS: The "original application" is the program that the
+                         // installer brings up to date.
                          _("Please close the original application and run the installer."),
                      wxASCII_STR(wxMessageBoxCaptionStr));
 }
