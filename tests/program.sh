@@ -14,6 +14,7 @@ unset http_proxy https_proxy all_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY
 servers=()
 finish() {
     kill "${servers[@]}" 2>/dev/null || true
+    umount "$work/tiny" 2>/dev/null || true
     rm -rf "$work"
 }
 trap finish EXIT
@@ -50,7 +51,7 @@ answer_with() {
 }
 
 port=$((20000 + RANDOM % 10000))
-web=$port first=$((port + 1)) second=$((port + 2)) proxy=$((port + 3)) slow=$((port + 4)) silent=$((port + 5)) down=$((port + 6))
+web=$port first=$((port + 1)) second=$((port + 2)) proxy=$((port + 3)) slow=$((port + 4)) silent=$((port + 5)) down=$((port + 6)) gone=$((port + 7))
 pem=$work/pem
 openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=Kestrel -addext subjectAltName=IP:127.0.0.1 \
     -keyout "$work/key" -out "$pem" 2>/dev/null
@@ -83,6 +84,7 @@ sed -i "s/PORT/$second/" "$work/first"
 sed -i "s/PORT/$web/" "$work/second"
 answer_with "$work/down" "$down"
 printf '[A]\nVersion=2\nLink=https://127.0.0.1:%d/setup.bin\n' "$first" >"$work/web/info.txt"
+echo "[B]" >"$work/web/other.txt"
 head -c 3000000 /dev/urandom >"$work/web/setup.bin"
 printf 'Port %d\nListen 127.0.0.1\nLogFile "%s"\n' "$proxy" "$work/proxy.log" >"$work/proxy.conf"
 answer_with "$work/first" "$first"
@@ -109,16 +111,49 @@ cmp "$work/web/setup.bin" "$HOME/Desktop/setup.bin" || fail "not what was served
 [[ $(ls "$TMPDIR") == nvrFileInfo.txt ]] || fail "left $(ls "$TMPDIR")"
 grep -q "opening connection to 127.0.0.1:$web" "$work/proxy.log" || fail "past the proxy"
 
+echo "What goes wrong is told, and the status is 0"
+printf '[A]\nVersion=2\nLink=https://127.0.0.1:%d/setup.bin\n' "$gone" >"$work/web/gone.txt"
+start "https://127.0.0.1:$web/gone.txt"
+answer "New Version Available"
+wait_for "Where would you like to save this installer?"
+xdotool type "$work/unmade"
+xdotool key Return
+answer "Website Unreachable"
+ends 0 "a server gone between check and download"
+[[ ! -e $work/unmade && ! -e $work/unmade.bin ]] || fail "a file of nothing"
+if [[ $(id -u) == 0 ]] && mkdir "$work/tiny" && mount -t tmpfs -o size=4k tmpfs "$work/tiny" 2>/dev/null; then
+    head -c 4096 /dev/zero >"$work/tiny/all"
+    TMPDIR=$work/tiny start "https://127.0.0.1:$web/info.txt"
+    answer "Kestrel Error"
+    answer "Website Unreachable"
+    ends 0 "a full disk"
+    umount "$work/tiny"
+fi
+
+echo "Closed while a box is open it ends with status 0"
+while IFS='|' read -r -a boxes; do
+    start "https://127.0.0.1:$web/${boxes[0]}"
+    for box in "${boxes[@]:1}"; do
+        wait_for "$box"
+        wmctrl -c Kestrel
+        wmctrl -F -c "$box"
+    done
+    ends 0 "closing ${boxes[*]}"
+done <<'BOXES'
+none|Website Unreachable
+other.txt|Unknown Internet Version
+info.txt|New Version Available|Where would you like to save this installer?
+BOXES
+
 echo "Of twelve runs at once each answers from its own file information"
-echo "[B]" >"$work/web/other.txt"
 runs=()
 for ((run = 0; run < 12; run++)); do
     start "https://127.0.0.1:$web/$( ((run % 2)) && echo info || echo other).txt"
     runs+=("$program")
 done
-boxes='Unknown Internet Version|New Version Available'
+titles='Unknown Internet Version|New Version Available'
 for ((i = 0; i < 200; i++)); do
-    (($(wmctrl -l | grep -cE "$boxes") == 12)) && break
+    (($(wmctrl -l | grep -cE "$titles") == 12)) && break
     sleep 0.1
 done
 seen=$(wmctrl -lp)

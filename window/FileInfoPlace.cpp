@@ -2,7 +2,6 @@
 
 #include <wx/filename.h>
 #include <wx/log.h>
-#include <wx/stdpaths.h>
 #include <wx/utils.h>
 
 #include <cerrno>
@@ -84,7 +83,9 @@ wxString FileInfoPlace::GetOwnDirectory()
         m_ownDirectory = MakeOwnDirectory(runtime);
     if (m_ownDirectory.empty())
     {
-        const wxString cache = wxStandardPaths::Get().GetUserDir(wxStandardPaths::Dir_Cache);
+        wxString cache;
+        if (!wxGetEnv("XDG_CACHE_HOME", &cache) || cache.empty())
+            cache = wxGetHomeDir() + "/.cache";
         mkdir(cache.utf8_string().c_str(), S_IRWXU);
         m_ownDirectory = MakeOwnDirectory(cache);
     }

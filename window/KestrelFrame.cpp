@@ -3,6 +3,7 @@
 #include "download/wxDownloadEvent.h"
 #include "download/wxDownloadFile.h"
 #include "window/FileInfo.h"
+#include "window/QuietLog.h"
 
 #include <wx/crt.h>
 #include <wx/filedlg.h>
@@ -65,9 +66,14 @@ bool KestrelFrame::Create(wxWindow* parent, wxWindowID id, const wxString& title
     m_installerLink.clear();
     m_download = nullptr;
 
-    // The directory that the system makes temporary files in is where one has just been made.
-    const wxString probe = wxFileName::CreateTempFileName("nvrFile");
-    wxRemoveFile(probe);
+    // The directory that the system makes temporary files in is where one has just been made. Where
+    // none can be made, the file information finds another place, or a box of its own.
+    wxString probe;
+    {
+        const QuietLog quiet;
+        probe = wxFileName::CreateTempFileName("nvrFile");
+        wxRemoveFile(probe);
+    }
     m_tempDir = wxFileName(probe).GetPath(wxPATH_GET_VOLUME) + GetSeparator();
 
     wxFrame::Create(parent, id, title, pos, size, style, wxASCII_STR(wxFrameNameStr));
@@ -219,8 +225,8 @@ void KestrelFrame::LetGoOfDownload()
     if (m_download)
         m_download->CancelDownload();
     m_download = nullptr;
-    // The log may hold the system's reason for what comes next; it is read first.
     HoldLog(false);
+    // The log may hold the system's reason for what comes next; it is read first.
     wxLog::FlushActive();
 }
 
@@ -334,6 +340,7 @@ void KestrelFrame::CloseWithMessage(const wxString& message, const wxString& cap
 void KestrelFrame::ReportFailure(const wxString& url)
 {
     m_place.EndTurn();
+    wxLog::FlushActive();
     CloseWithMessage(
         // TRANSLATORS: '%s' is the name of the file; use the quotation marks of your language.
         // xgettext:c-format
