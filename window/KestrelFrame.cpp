@@ -4,6 +4,7 @@
 #include "download/wxDownloadFile.h"
 #include "window/FileInfo.h"
 #include "window/QuietLog.h"
+#include "window/RowName.h"
 
 #include <wx/crt.h>
 #include <wx/filedlg.h>
@@ -107,11 +108,12 @@ void KestrelFrame::CreateControls()
 
     const auto addRow = [=](const wxString& label, wxWindowID valueId, const wxString& value)
     {
-        grid->Add(new wxStaticText(panel, wxID_STATIC, label), 0, wxALIGN_CENTER_VERTICAL | wxALL,
-                  5);
+        wxStaticText* const name = new wxStaticText(panel, wxID_STATIC, label);
+        grid->Add(name, 0, wxALIGN_CENTER_VERTICAL | wxALL, 5);
         wxStaticText* const cell =
             new wxStaticText(panel, valueId, value, wxDefaultPosition, wxSize(100, -1));
         grid->Add(cell, 0, wxALIGN_CENTER_HORIZONTAL | wxALIGN_CENTER_VERTICAL | wxALL, 5);
+        NameRow(name, cell);
         return cell;
     };
     // TRANSLATORS: The three rows' labels end with a colon; their values stand to the right.
