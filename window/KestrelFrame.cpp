@@ -130,19 +130,24 @@ void KestrelFrame::CreateControls()
 void KestrelFrame::OnShow(wxShowEvent& event)
 {
     Unbind(wxEVT_SHOW, &KestrelFrame::OnShow, this);
+    m_isOnScreen = true;
     Raise();
-    m_shownClientSize = GetClientSize();
-    Bind(wxEVT_SIZE, &KestrelFrame::OnDecorated, this);
+    Centre(wxBOTH);
+    m_decorations = GetSize() - GetClientSize();
+    Bind(wxEVT_SIZE, &KestrelFrame::OnSize, this);
+    if (m_early)
+        QueueEvent(m_early.release());
     event.Skip();
 }
 
-// The first change of size after the window is shown is that the decorations count as part of it,
-// unless there are none and the user or a long text has changed it.
-void KestrelFrame::OnDecorated(wxSizeEvent& event)
+// The decorations count as part of the window from when the window manager has told of them.
+void KestrelFrame::OnSize(wxSizeEvent& event)
 {
-    Unbind(wxEVT_SIZE, &KestrelFrame::OnDecorated, this);
-    if (GetClientSize() == m_shownClientSize)
+    if (GetSize() - GetClientSize() != m_decorations)
+    {
+        Unbind(wxEVT_SIZE, &KestrelFrame::OnSize, this);
         Centre(wxBOTH);
+    }
     event.Skip();
 }
 
@@ -355,6 +360,14 @@ void KestrelFrame::ReportFailure(const wxString& url)
 
 void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
 {
+    // The toolkit puts a window on the screen some moments after it was shown. A box that opened
+    // before would find no window to stand over.
+    if (IsShown() && !m_isOnScreen && event.GetDownloadStatus() != wxDOWNLOAD_INPROGRESS)
+    {
+        m_early.reset(event.Clone());
+        return;
+    }
+
     switch (event.GetDownloadStatus())
     {
     case wxDOWNLOAD_FAIL:

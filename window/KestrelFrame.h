@@ -12,6 +12,8 @@
 #include <wx/frame.h>
 #include <wx/timer.h>
 
+#include <memory>
+
 class wxDownloadEvent;
 class wxDownloadFile;
 class wxStaticText;
@@ -79,7 +81,7 @@ public:
 
 private:
     void OnShow(wxShowEvent& event);
-    void OnDecorated(wxSizeEvent& event);
+    void OnSize(wxSizeEvent& event);
     void OnClose(wxCloseEvent& event);
     void OnDownloadEvent(wxDownloadEvent& event);
     void OnTurnTimer(wxTimerEvent& event);
@@ -107,8 +109,10 @@ private:
     wxDateTime m_downloadStart;           // when it was started
     bool m_logHeld = false;               // whether the log's boxes wait
     FileInfoPlace m_place;
-    wxTimer m_turnTimer;      // runs while the file information waits for its turn
-    wxSize m_shownClientSize; // when the window was first shown
+    wxTimer m_turnTimer; // runs while the file information waits for its turn
+    bool m_isOnScreen = false;
+    std::unique_ptr<wxEvent> m_early; // a report that waits until the window is on the screen
+    wxSize m_decorations;             // when the window was put there
 
     wxDECLARE_CLASS(KestrelFrame);
     wxDECLARE_EVENT_TABLE();
