@@ -27,8 +27,12 @@ bool IsSameSite(CURLU* from, CURLU* to)
 
 const char* WebAddress::MoveTo(const std::string& address)
 {
+    // libcurl makes a '+' of a space in a query, which not every server takes for one.
+    std::string text;
+    for (const char character : address)
+        text += character == ' ' ? std::string("%20") : std::string(1, character);
     CurlUrl url(m_url ? curl_url_dup(m_url.get()) : curl_url());
-    if (curl_url_set(url.get(), CURLUPART_URL, address.c_str(), CURLU_URLENCODE) != CURLUE_OK)
+    if (curl_url_set(url.get(), CURLUPART_URL, text.c_str(), CURLU_URLENCODE) != CURLUE_OK)
         return "not a valid address";
     const std::string scheme = GetPart(url.get(), CURLUPART_SCHEME);
     if (scheme != "http" && scheme != "https")

@@ -38,6 +38,7 @@ WebTransfer::WebTransfer(std::chrono::seconds timeout, std::function<bool()> can
 {
     CURL* const easy = m_easy.get();
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, m_error);
     // Without it the end of a cancelled transfer would wait for the resolver.
     curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
@@ -119,6 +120,7 @@ void WebTransfer::StartRequest()
     ++m_attempt;
     m_ended = false;
     m_result = CURLE_OK;
+    m_error[0] = '\0';
     m_verdict = Verdict::None;
     m_headerComplete = false;
     m_headerSize = 0;
@@ -332,7 +334,7 @@ std::string WebTransfer::GetReason() const
     }
     if (m_result == CURLE_OK)
         return "the answer ended early";
-    return curl_easy_strerror(m_result);
+    return m_error[0] ? m_error : curl_easy_strerror(m_result);
 }
 
 // Tells the verbose log, and returns false. An address that could not be parsed is left out: it may

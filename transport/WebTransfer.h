@@ -75,6 +75,7 @@ private:
     const std::chrono::seconds m_timeout;
     const std::function<bool()> m_cancelled;
     WebAddress m_address;
+    char m_error[CURL_ERROR_SIZE] = ""; // why the request under way failed, by libcurl
     const CurlMulti m_multi;
     const CurlEasy m_easy;
     CurlHeaders m_headers;

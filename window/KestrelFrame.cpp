@@ -20,6 +20,8 @@
 #include <wx/uri.h>
 #include <wx/utils.h>
 
+#include <algorithm>
+
 namespace
 {
 
@@ -36,6 +38,16 @@ constexpr int TURN_INTERVAL = 100;
 wxString GetSeparator()
 {
     return wxString(wxFileName::GetPathSeparators(wxPATH_NATIVE)[0]);
+}
+
+// Returns the URL with another host in place of an IPv6 literal, behind which wxURI finds no path.
+wxString WithPlainHost(const wxString& url)
+{
+    const size_t host = url.find("//") + 2;
+    const size_t path = std::min(url.find_first_of("/?#", host), url.length());
+    if (host < 2 || url.find('[', host) >= path)
+        return url;
+    return url.Left(host) + "host" + url.Mid(path);
 }
 
 } // namespace
@@ -453,6 +465,6 @@ wxString KestrelFrame::FormatFileSize(wxLongLong_t size)
 // static
 wxString KestrelFrame::GetFileNameFromURL(const wxString& url)
 {
-    const wxString path = wxURI(url).GetPath();
+    const wxString path = wxURI(WithPlainHost(url)).GetPath();
     return path.Mid(static_cast<size_t>(path.Find('/', true) + 1));
 }
