@@ -108,6 +108,8 @@ void KestrelFrame::CreateControls()
 
     wxPanel* const panel = new wxPanel(this, ID_PANEL, wxDefaultPosition, wxDefaultSize,
                                        wxSUNKEN_BORDER | wxTAB_TRAVERSAL);
+    // With some input methods GTK does not draw the window's background behind the panel.
+    panel->SetBackgroundColour(panel->GetBackgroundColour());
     frameSizer->Add(panel, 1, wxEXPAND | wxALL, 0);
 
     wxStaticBox* const box = new wxStaticBox(panel, wxID_ANY, _("Download Information"));
