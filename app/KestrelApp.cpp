@@ -54,13 +54,15 @@ bool KestrelApp::OnInit()
                       wxEmptyString, wxPATH_NATIVE);
     wxLocale::AddCatalogLookupPathPrefix(program.GetPath(wxPATH_GET_VOLUME | wxPATH_GET_SEPARATOR) +
                                          "locale");
+    // A language whose locale is not installed is no news to its user, and texts are translated all
+    // the same; nor can the user do anything about a catalogue that is broken.
+    bool translated = false;
     {
-        // A language whose locale is not installed is no news to its user; texts are translated
-        // all the same.
         const wxLogNull quiet;
         m_locale.Init(wxLANGUAGE_DEFAULT, wxLOCALE_LOAD_DEFAULT);
+        translated = m_locale.AddCatalog("kestrel");
     }
-    if (!m_locale.AddCatalog("kestrel") && wxLocale::GetSystemLanguage() != wxLANGUAGE_ENGLISH_US)
+    if (!translated && wxLocale::GetSystemLanguage() != wxLANGUAGE_ENGLISH_US)
         wxLogVerbose("Unsupported locale - using English");
 
     if (!wxApp::OnInit())

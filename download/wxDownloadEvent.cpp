@@ -15,5 +15,6 @@ wxDownloadEvent::wxDownloadEvent(const wxDownloadEvent& event)
     , m_downloadedFile(event.m_downloadedFile.Clone())
     , m_downloadedBytes(event.m_downloadedBytes)
     , m_fileSize(event.m_fileSize)
+    , m_copies(event.m_copies)
 {
 }

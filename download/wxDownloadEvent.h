@@ -8,6 +8,8 @@
 
 #include <wx/event.h>
 
+#include <memory>
+
 constexpr int wxDOWNLOAD_NONE = -2;      // a new event; never posted
 constexpr int wxDOWNLOAD_FAIL = -1;      // the download failed; nothing follows
 constexpr int wxDOWNLOAD_COMPLETE = 1;   // the transfer has ended, the local file is closed
@@ -42,12 +44,17 @@ public:
     wxLongLong_t GetFileSize() const { return m_fileSize; }
     void SetFileSize(wxLongLong_t bytes) { m_fileSize = bytes; }
 
+    // How many copies of this event, and copies of those, there are; posted reports that were not
+    // handled yet, for the thread that posts them. An estimate while another thread deletes some.
+    long GetCopyCount() const { return m_copies.use_count() - 1; }
+
 private:
     int m_downloadStatus = wxDOWNLOAD_NONE;
     wxString m_url;
     wxString m_downloadedFile;
     wxLongLong_t m_downloadedBytes = 0;
     wxLongLong_t m_fileSize = 0;
+    std::shared_ptr<const void> m_copies = std::make_shared<char>(); // counts itself
 
     wxDECLARE_DYNAMIC_CLASS_NO_ASSIGN(wxDownloadEvent);
 };

@@ -33,6 +33,9 @@ constexpr wxUint32 TIMEOUT_SECONDS = 100;
 // What is read and written at a time, in bytes; a progress interval is best a multiple of it.
 constexpr size_t BLOCK_SIZE = 4096;
 
+// How many progress reports may wait to be handled.
+constexpr long QUEUE_LIMIT = 256;
+
 constexpr wxLongLong_t UNKNOWN_SIZE = -1; // wxInputStream::GetSize()'s marker, all ones
 
 // How long the process's end waits for threads that have been told to stop. Closing the window
@@ -278,7 +281,10 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
 
         const wxLongLong_t interval = m_notifyBytes;
         if (m_notify && interval > 0 && total % interval == 0)
+        {
             Post(event, wxDOWNLOAD_INPROGRESS, total);
+            WaitForReceiver(event);
+        }
     }
 
     if (!file.Close())
@@ -296,6 +302,17 @@ void wxDownloadFile::Post(wxDownloadEvent& event, int status, wxLongLong_t downl
     const Locker locker(handOff.lock);
     if (wxWindow* const parent = m_parent)
         parent->GetEventHandler()->AddPendingEvent(event);
+}
+
+// A line faster than the receiver would pile up reports without end, and the main loop, which
+// delivers pending events until there are none, would see no more of the user.
+void wxDownloadFile::WaitForReceiver(const wxDownloadEvent& event)
+{
+    if (event.GetCopyCount() < QUEUE_LIMIT)
+        return;
+    Locker locker(handOff.lock);
+    while (m_parent && !TestDestroy() && event.GetCopyCount() > 0)
+        handOff.receiverCleared.wait_for(locker, std::chrono::milliseconds(1));
 }
 
 void wxDownloadFile::WaitUntilLetGo()

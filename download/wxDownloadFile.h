@@ -3,6 +3,9 @@
 // Reports are wxDownloadEvents, posted to the receiver's event handler in this order: any number of
 // wxDOWNLOAD_INPROGRESS, then exactly one wxDOWNLOAD_COMPLETE or wxDOWNLOAD_FAIL.
 //
+// When more progress reports wait than the receiver gets done, the transfer pauses until they are
+// handled.
+//
 // The hand-off. The object is made with new and belongs to itself; its owner keeps a plain pointer
 // and calls CancelDownload() exactly once, either to stop the download or, when the last report has
 // arrived, to let go of it. Until then the object stays alive, waiting after its last report if
@@ -73,6 +76,7 @@ private:
 
     bool Transfer(wxURL& url, wxDownloadEvent& event);
     void Post(wxDownloadEvent& event, int status, wxLongLong_t downloadedBytes);
+    void WaitForReceiver(const wxDownloadEvent& event);
     void WaitUntilLetGo();
 
     std::atomic<wxWindow*> m_parent; // null when nothing more is to be posted

@@ -180,6 +180,11 @@ TEST_F(TransportTest, BodyIsWhatTheServerMeantOrNothing)
         {"begins anew", {CUT, WHOLE}, "10:012"},
         {"wrong offset", {CUT, Partial(0, 9, 10, "0123456789")}, "10:012"},
         {"another resource", {CUT, Partial(3, 9, 10, "3456789", "\"u\"")}, "10:012"},
+        {"two lengths", {Ok("Content-Length: 4\r\nContent-Length: 2\r\n", "body")}, "failed"},
+        {"two lengths in one", {Ok("Content-Length: 4, 2\r\n", "body")}, "failed"},
+        {"the whole as a part",
+         {CUT, "HTTP/1.1 206 P\r\nETag: \"t\"\r\nContent-Range: bytes 3-9/10\r\nContent-Length: 10\r\n\r\n0123456789"},
+         "10:012"},
         {"another size", {CUT, Partial(3, 9, 11, "3456789")}, "10:012"},
     };
     for (const auto& c : cases)

@@ -1,5 +1,6 @@
 #include "transport/WebTransfer.h"
 
+#include <wx/filefn.h>
 #include <wx/log.h>
 #include <wx/utils.h>
 
@@ -56,6 +57,11 @@ WebTransfer::WebTransfer(std::chrono::seconds timeout, std::function<bool()> can
     // The library leaves these two to its users, who know them from other programs.
     SetFromEnv("SSL_CERT_FILE", {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO});
     SetFromEnv("SSL_CERT_DIR", {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH});
+    // Certificates in a directory are enough, but a file that is missing would be an error.
+    const char* file = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_CAINFO, &file);
+    if (file && wxGetEnv("SSL_CERT_DIR", nullptr) && !wxFileExists(file))
+        curl_easy_setopt(easy, CURLOPT_CAINFO, nullptr);
 }
 
 void WebTransfer::SetFromEnv(const char* variable, std::initializer_list<CURLoption> options)
@@ -268,6 +274,8 @@ WebTransfer::Verdict WebTransfer::Judge()
 {
     long status = 0;
     curl_easy_getinfo(m_easy.get(), CURLINFO_RESPONSE_CODE, &status);
+    if (!HasOneLength())
+        return Verdict::Refuse;
     if (m_opened)
     {
         if (status == 408 || status == 429 || status >= 500)
@@ -289,6 +297,20 @@ WebTransfer::Verdict WebTransfer::Judge()
     }
 }
 
+// Whether the answer does not contradict itself about its length (RFC 9112, section 6.3). libcurl
+// takes the last of several.
+bool WebTransfer::HasOneLength() const
+{
+    const std::string length = GetHeader("Content-Length");
+    curl_header* other = nullptr;
+    for (size_t i = 0;
+         curl_easy_header(m_easy.get(), "Content-Length", i, CURLH_HEADER, -1, &other) == CURLHE_OK;
+         ++i)
+        if (other->value != length)
+            return false;
+    return length.find(',') == std::string::npos;
+}
+
 // Whether a 206 answer goes on where the body stopped, and is of the same resource; takes from it
 // how far it reaches. Headers that did not serve as validator may be left out of such an answer.
 bool WebTransfer::TakeContinuation()
@@ -298,7 +320,10 @@ bool WebTransfer::TakeContinuation()
                                   &first, &last, &total);
     const std::string tag = GetHeader("ETag"), modified = GetHeader("Last-Modified");
     const bool byTag = GetValidator() == m_entityTag;
+    curl_off_t length = -1;
+    curl_easy_getinfo(m_easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
     if (found < 2 || first != m_received || last < first ||
+        (length >= 0 && length != last - first + 1) ||
         (found == 3 && (last >= total || (m_size >= 0 && total != m_size))) ||
         (m_size >= 0 && last >= m_size) || (tag != m_entityTag && (byTag || !tag.empty())) ||
         (modified != m_lastModified && (!byTag || !modified.empty())))

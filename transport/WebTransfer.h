@@ -61,6 +61,7 @@ private:
     bool IsCut() const;
     bool Resume();
     Verdict Judge();
+    bool HasOneLength() const;
     bool TakeContinuation();
     std::string GetValidator() const;
     std::string GetHeader(const char* name) const;
