@@ -1,6 +1,13 @@
 # shellcheck shell=bash
 # Shared by the commands in this folder; to be sourced from the top of the tree.
 
+# as_root COMMAND...: runs a command as the administrator.
+as_root() {
+    local sudo=()
+    [[ $(id -u) == 0 ]] || sudo=(sudo)
+    "${sudo[@]}" "$@"
+}
+
 # Installs the packages that are missing, if any; the only step that needs the network and root.
 install_packages() {
     local missing=() package
@@ -11,11 +18,9 @@ install_packages() {
     done < <(grep -v -e '^#' -e '^$' scripts/packages)
     ((${#missing[@]})) || return 0
 
-    local as_root=()
-    [[ $(id -u) == 0 ]] || as_root=(sudo)
     echo "Installing ${missing[*]}"
-    "${as_root[@]}" apt-get update -q
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    as_root apt-get update -q
+    as_root env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y -q --no-install-recommends "${missing[@]}"
 }
 

@@ -1,0 +1,56 @@
+# Installing, in two layouts:
+#   cmake --install BUILD --prefix /usr                         the system layout
+#   cmake --install BUILD --prefix FOLDER --component bundle    the program with locale/ beside it,
+#                                                               to be put anywhere
+# and packages of both: "cpack -G DEB" of the first, "cpack -G TGZ" of the second.
+
+set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+include(GNUInstallDirs)
+
+install(TARGETS kestrel RUNTIME COMPONENT system)
+install(TARGETS kestrel RUNTIME DESTINATION . COMPONENT bundle EXCLUDE_FROM_ALL)
+foreach(language IN LISTS KESTREL_LANGUAGES)
+    set(folder locale/${language}/LC_MESSAGES)
+    set(catalogue ${PROJECT_BINARY_DIR}/${folder}/kestrel.mo)
+    # The toolkit searches share/locale of the prefix that the program is installed in.
+    install(FILES ${catalogue} DESTINATION share/${folder} COMPONENT system)
+    install(FILES ${catalogue} DESTINATION ${folder} COMPONENT bundle EXCLUDE_FROM_ALL)
+endforeach()
+
+# Compressed without name and date: the same sources give the same files.
+function(install_compressed source name destination)
+    set(compressed ${PROJECT_BINARY_DIR}/packaging/${name}.gz)
+    add_custom_command(OUTPUT ${compressed}
+        COMMAND gzip -9nc ${source} >${compressed}
+        DEPENDS ${source})
+    add_custom_target(compressed_${name} ALL DEPENDS ${compressed})
+    install(FILES ${compressed} DESTINATION ${destination} COMPONENT system)
+endfunction()
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/packaging)
+install_compressed(${PROJECT_SOURCE_DIR}/docs/kestrel.1 kestrel.1 ${CMAKE_INSTALL_MANDIR}/man1)
+install_compressed(${CMAKE_CURRENT_LIST_DIR}/changelog changelog ${CMAKE_INSTALL_DOCDIR})
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/copyright
+    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT system)
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/lintian-overrides
+    DESTINATION share/lintian/overrides RENAME kestrel COMPONENT system)
+
+set(CPACK_GENERATOR TGZ DEB)
+set(CPACK_PACKAGE_CONTACT "Kestrel developers <kestrel@example.invalid>")
+set(CPACK_PACKAGE_FILE_NAME kestrel-${PROJECT_VERSION}-linux-${CMAKE_SYSTEM_PROCESSOR})
+set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_LIST_DIR}/layouts.cmake)
+set(CPACK_STRIP_FILES ON)
+
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The certificates are what https is verified against, the others the texts of the toolkit's own.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ca-certificates, wx3.2-i18n")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
+"update checker that application vendors ship beside their program
+Started by an application with an address, a section and a version, Kestrel
+fetches a text that names the latest version, compares it with the installed
+one, asks the user, saves the new installer with progress and rate shown, and
+says what to do next. It never runs the installer.")
+include(CPack)

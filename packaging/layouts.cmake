@@ -1,0 +1,10 @@
+# Read by CPack for each kind of package: which of the two layouts it holds.
+if(CPACK_GENERATOR STREQUAL "TGZ")
+    set(layout bundle)
+    set(CPACK_PACKAGING_INSTALL_PREFIX /)
+else()
+    set(layout system)
+    set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+endif()
+list(GET CPACK_BUILD_SOURCE_DIRS 1 build)
+set(CPACK_INSTALL_CMAKE_PROJECTS "${build};kestrel;${layout};/")
