@@ -406,8 +406,6 @@ void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
 
 void KestrelFrame::ShowProgress(const wxDownloadEvent& event)
 {
-    const wxLongLong elapsed = (wxDateTime::Now() - m_downloadStart).GetMilliseconds();
-
     const wxString name = GetFileNameFromURL(event.GetURL());
     if (name.Cmp(m_fileNameText->GetLabelText()) != 0)
         SetValue(m_fileNameText, name);
@@ -415,7 +413,7 @@ void KestrelFrame::ShowProgress(const wxDownloadEvent& event)
     if (size.Cmp(m_fileSizeText->GetLabelText()) != 0)
         SetValue(m_fileSizeText, size);
 
-    const double seconds = static_cast<double>(elapsed.GetValue() / 1000);
+    const double seconds = (wxDateTime::Now() - m_downloadStart).GetSeconds().ToDouble();
     const wxLongLong_t downloaded = event.GetDownloadedBytes();
     const wxLongLong_t total = event.GetFileSize();
     // kB here are 1000 bytes, as network rates are given.
@@ -467,6 +465,5 @@ wxString KestrelFrame::FormatFileSize(wxLongLong_t size)
 // static
 wxString KestrelFrame::GetFileNameFromURL(const wxString& url)
 {
-    const wxString path = wxURI(WithPlainHost(url)).GetPath();
-    return path.Mid(static_cast<size_t>(path.Find('/', true) + 1));
+    return wxURI(WithPlainHost(url)).GetPath().AfterLast('/');
 }
