@@ -101,8 +101,8 @@ unreachable "https://127.0.0.1:$web/info.txt" "a certificate that nobody vouches
 export SSL_CERT_FILE=$pem
 unreachable "https://localhost:$web/info.txt" "a certificate of another host"
 unreachable "https://127.0.0.1:$down/info.txt" "a redirect back to http"
-# The language is one whose locale is not installed: nothing is said about it.
-HTTP_PROXY=127.0.0.1:$proxy LC_ALL=eo.UTF-8 start "https://127.0.0.1:$first/info.txt"
+# The language is one with neither a locale nor a translation: nothing is said about it.
+HTTP_PROXY=127.0.0.1:$proxy LC_ALL=cy_GB.UTF-8 start "https://127.0.0.1:$first/info.txt"
 answer "New Version Available"
 answer "Where would you like to save this installer?"
 answer ""
