@@ -5,7 +5,6 @@
 #include <wx/utils.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <thread>
 
@@ -54,14 +53,14 @@ WebTransfer::WebTransfer(std::chrono::seconds timeout, std::function<bool()> can
     curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &WebTransfer::OnBody);
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
-    // The library leaves these two to its users, who know them from other programs.
-    SetFromEnv("SSL_CERT_FILE", {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO});
-    SetFromEnv("SSL_CERT_DIR", {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH});
-    // Certificates in a directory are enough, but a file that is missing would be an error.
+    // Certificates in a directory are enough; that the system's file is missing would be an error.
     const char* file = nullptr;
     curl_easy_getinfo(easy, CURLINFO_CAINFO, &file);
     if (file && wxGetEnv("SSL_CERT_DIR", nullptr) && !wxFileExists(file))
         curl_easy_setopt(easy, CURLOPT_CAINFO, nullptr);
+    // The library leaves these two to its users, who know them from other programs.
+    SetFromEnv("SSL_CERT_FILE", {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO});
+    SetFromEnv("SSL_CERT_DIR", {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH});
 }
 
 void WebTransfer::SetFromEnv(const char* variable, std::initializer_list<CURLoption> options)
@@ -101,17 +100,14 @@ bool WebTransfer::Open(const std::string& address)
             return false;
     }
 
-    curl_easy_getinfo(m_easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &m_size);
-    m_takesRanges = GetHeader("Accept-Ranges") == "bytes";
-    m_entityTag = GetHeader("ETag");
-    m_lastModified = GetHeader("Last-Modified");
+    m_resource.Learn(m_easy.get());
     m_opened = true;
     return true;
 }
 
 bool WebTransfer::FollowRedirect()
 {
-    const std::string target = GetHeader("Location");
+    const std::string target = GetWebHeader(m_easy.get(), "Location");
     if (target.empty())
         return Fail("redirected without a target");
     if (m_redirects++ == MAX_REDIRECTS)
@@ -230,15 +226,15 @@ size_t WebTransfer::Read(char* buffer, size_t size)
 // Whether the ended transfer has left some of the body behind.
 bool WebTransfer::IsCut() const
 {
-    return m_size >= 0 ? m_received < m_size : m_result != CURLE_OK;
+    return GetSize() >= 0 ? m_received < GetSize() : m_result != CURLE_OK;
 }
 
 // Asks for the rest until it comes, nothing has arrived for the time-out, or the answer shows that
 // it will not come.
 bool WebTransfer::Resume()
 {
-    const std::string validator = GetValidator();
-    if (!m_takesRanges || validator.empty())
+    const std::string validator = m_resource.GetValidator();
+    if (validator.empty())
         return Fail("the connection was cut (" + GetReason() + "), and cannot be resumed");
 
     for (milliseconds pause = FIRST_PAUSE;; pause = std::min(2 * pause, LAST_PAUSE))
@@ -274,13 +270,14 @@ WebTransfer::Verdict WebTransfer::Judge()
 {
     long status = 0;
     curl_easy_getinfo(m_easy.get(), CURLINFO_RESPONSE_CODE, &status);
-    if (!HasOneLength())
+    if (!HasOneLength(m_easy.get()))
         return Verdict::Refuse;
     if (m_opened)
     {
         if (status == 408 || status == 429 || status >= 500)
             return Verdict::TryAgain;
-        return status == 206 && TakeContinuation() ? Verdict::Accept : Verdict::Refuse;
+        return status == 206 && m_resource.Continues(m_easy.get(), m_received) ? Verdict::Accept
+                                                                               : Verdict::Refuse;
     }
     switch (status)
     {
@@ -295,58 +292,6 @@ WebTransfer::Verdict WebTransfer::Judge()
     default:
         return status / 100 == 2 ? Verdict::Accept : Verdict::Refuse;
     }
-}
-
-// Whether the answer does not contradict itself about its length (RFC 9112, section 6.3). libcurl
-// takes the last of several.
-bool WebTransfer::HasOneLength() const
-{
-    const std::string length = GetHeader("Content-Length");
-    curl_header* other = nullptr;
-    for (size_t i = 0;
-         curl_easy_header(m_easy.get(), "Content-Length", i, CURLH_HEADER, -1, &other) == CURLHE_OK;
-         ++i)
-        if (other->value != length)
-            return false;
-    return length.find(',') == std::string::npos;
-}
-
-// Whether a 206 answer goes on where the body stopped, and is of the same resource; takes from it
-// how far it reaches. Headers that did not serve as validator may be left out of such an answer.
-bool WebTransfer::TakeContinuation()
-{
-    long long first = -1, last = -1, total = -1;
-    const int found = std::sscanf(GetHeader("Content-Range").c_str(), "bytes %lld-%lld/%lld",
-                                  &first, &last, &total);
-    const std::string tag = GetHeader("ETag"), modified = GetHeader("Last-Modified");
-    const bool byTag = GetValidator() == m_entityTag;
-    curl_off_t length = -1;
-    curl_easy_getinfo(m_easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-    if (found < 2 || first != m_received || last < first ||
-        (length >= 0 && length != last - first + 1) ||
-        (found == 3 && (last >= total || (m_size >= 0 && total != m_size))) ||
-        (m_size >= 0 && last >= m_size) || (tag != m_entityTag && (byTag || !tag.empty())) ||
-        (modified != m_lastModified && (!byTag || !modified.empty())))
-        return false;
-    m_end = last + 1;
-    if (found == 3)
-        m_size = total;
-    return true;
-}
-
-// What tells the resource from its other versions: a strong tag, else its date.
-std::string WebTransfer::GetValidator() const
-{
-    const bool strong = !m_entityTag.empty() && m_entityTag.compare(0, 2, "W/") != 0;
-    return strong ? m_entityTag : m_lastModified;
-}
-
-// The value of the answer's header with this name, empty when there is none.
-std::string WebTransfer::GetHeader(const char* name) const
-{
-    curl_header* header = nullptr;
-    const CURLHcode found = curl_easy_header(m_easy.get(), name, 0, CURLH_HEADER, -1, &header);
-    return found == CURLHE_OK ? header->value : std::string();
 }
 
 std::string WebTransfer::GetReason() const
@@ -404,10 +349,9 @@ size_t WebTransfer::OnBody(char* data, size_t, size_t size, void* self)
         return CURL_WRITEFUNC_PAUSE;
     }
     // A continuation that is longer than it says must not make the body longer than it is.
+    const curl_off_t end = transfer.m_resource.GetEnd();
     const size_t taken =
-        transfer.m_end < 0
-            ? size
-            : std::min(size, static_cast<size_t>(transfer.m_end - transfer.m_received));
+        end < 0 ? size : std::min(size, static_cast<size_t>(end - transfer.m_received));
     buffer.insert(buffer.end(), data, data + taken);
     transfer.m_received += static_cast<curl_off_t>(taken);
     transfer.m_lastArrival = Clock::now();

@@ -12,6 +12,7 @@
 
 #include "transport/CurlHandles.h"
 #include "transport/WebAddress.h"
+#include "transport/WebResource.h"
 
 #include <chrono>
 #include <functional>
@@ -33,7 +34,7 @@ public:
     bool Open(const std::string& address);
 
     // Size of the body in bytes, -1 when it is not known. Valid once Open() has succeeded.
-    curl_off_t GetSize() const { return m_size; }
+    curl_off_t GetSize() const { return m_resource.GetSize(); }
 
     // Waits for some of the body and copies it to buffer, at most size bytes. Returns how many, 0
     // at the end of the body or when the connection is gone for good.
@@ -61,10 +62,6 @@ private:
     bool IsCut() const;
     bool Resume();
     Verdict Judge();
-    bool HasOneLength() const;
-    bool TakeContinuation();
-    std::string GetValidator() const;
-    std::string GetHeader(const char* name) const;
     std::string GetReason() const;
     bool Fail(const std::string& reason) const;
 
@@ -95,12 +92,8 @@ private:
 
     // The resource, from its first answer on.
     bool m_opened = false;
-    curl_off_t m_size = -1;
+    WebResource m_resource;
     curl_off_t m_received = 0;
-    curl_off_t m_end = -1; // of the continuation under way, -1 for none
-    bool m_takesRanges = false;
-    std::string m_entityTag;
-    std::string m_lastModified;
 
     // What has arrived and was not read yet starts at m_readPosition.
     std::vector<char> m_buffer;
