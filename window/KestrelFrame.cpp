@@ -28,6 +28,10 @@ namespace
 // Bytes between two progress reports: often enough for a calm display on a slow line.
 constexpr wxLongLong_t PROGRESS_INTERVAL = 16384;
 
+// How long a text may wait until the window is made wide enough for it, in milliseconds: about one
+// frame on the screen.
+constexpr int FIT_DELAY = 20;
+
 constexpr int VERSION_PARTS = 4;
 
 const char* const FILE_INFO_NAME = "nvrFileInfo.txt";
@@ -95,7 +99,9 @@ bool KestrelFrame::Create(wxWindow* parent, wxWindowID id, const wxString& title
     GetSizer()->SetSizeHints(this);
     Centre(wxBOTH);
     m_turnTimer.SetOwner(this);
-    Bind(wxEVT_TIMER, &KestrelFrame::OnTurnTimer, this);
+    Bind(wxEVT_TIMER, &KestrelFrame::OnTurnTimer, this, m_turnTimer.GetId());
+    m_fitTimer.SetOwner(this);
+    Bind(wxEVT_TIMER, &KestrelFrame::OnFit, this, m_fitTimer.GetId());
     // With GTK 3 to raise a hidden window is to show it.
     Bind(wxEVT_SHOW, &KestrelFrame::OnShow, this);
     return true;
@@ -126,6 +132,8 @@ void KestrelFrame::CreateControls()
         grid->Add(name, 0, wxALIGN_CENTER_VERTICAL | wxALL, 5);
         wxStaticText* const cell =
             new wxStaticText(panel, valueId, value, wxDefaultPosition, wxSize(100, -1));
+        // Measuring the text at every report would cost more than all the rest of the report.
+        cell->ToggleWindowStyle(wxST_NO_AUTORESIZE);
         grid->Add(cell, 0, wxALIGN_CENTER_HORIZONTAL | wxALIGN_CENTER_VERTICAL | wxALL, 5);
         NameRow(name, cell);
         return cell;
@@ -406,14 +414,24 @@ void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
 
 void KestrelFrame::ShowProgress(const wxDownloadEvent& event)
 {
-    const wxString name = GetFileNameFromURL(event.GetURL());
-    if (name.Cmp(m_fileNameText->GetLabelText()) != 0)
-        SetValue(m_fileNameText, name);
-    const wxString size = FormatFileSize(event.GetFileSize());
-    if (size.Cmp(m_fileSizeText->GetLabelText()) != 0)
-        SetValue(m_fileSizeText, size);
+    if (event.GetURL() != m_shownURL)
+    {
+        m_shownURL = event.GetURL();
+        const wxString name = GetFileNameFromURL(m_shownURL);
+        if (name.Cmp(m_fileNameText->GetLabelText()) != 0)
+            SetValue(m_fileNameText, name);
+    }
+    if (event.GetFileSize() != m_shownSize)
+    {
+        m_shownSize = event.GetFileSize();
+        const wxString size = FormatFileSize(m_shownSize);
+        if (size.Cmp(m_fileSizeText->GetLabelText()) != 0)
+            SetValue(m_fileSizeText, size);
+    }
 
-    const double seconds = (wxDateTime::Now() - m_downloadStart).GetSeconds().ToDouble();
+    // As wxDateTime::Now(), without its way through the local time and back.
+    const wxDateTime now(wxDateTime::GetTimeNow());
+    const double seconds = (now - m_downloadStart).GetSeconds().ToDouble();
     const wxLongLong_t downloaded = event.GetDownloadedBytes();
     const wxLongLong_t total = event.GetFileSize();
     // kB here are 1000 bytes, as network rates are given.
@@ -427,23 +445,32 @@ void KestrelFrame::ShowProgress(const wxDownloadEvent& event)
     SetValue(m_progressText, wxString::Format("%s (%.2f kBps)", done, rate));
 }
 
-// Shows the text whole: a window too narrow for it grows evenly to both sides, so that it stays
-// where the user sees it, and keeps that size.
 void KestrelFrame::SetValue(wxStaticText* cell, const wxString& text)
 {
     cell->SetLabelText(text);
+    if (!m_fitTimer.IsRunning())
+        m_fitTimer.StartOnce(FIT_DELAY);
+}
 
-    const wxSize needed = cell->GetBestSize();
-    if (needed.x <= cell->GetMinWidth())
-        return;
-    cell->SetMinSize(wxSize(needed.x, cell->GetMinHeight()));
-    cell->GetParent()->InvalidateBestSize();
-    const wxSize fitting = GetSizer()->ComputeFittingWindowSize(this);
-    SetMinSize(fitting);
-    const wxSize growth = fitting - GetSize();
-    if (growth.x > 0)
-        SetSize(GetRect().Inflate(growth.x / 2 + growth.x % 2, 0));
-    Layout();
+// Shows the texts whole: a window too narrow for them grows evenly to both sides, so that it stays
+// where the user sees it, and keeps that size.
+void KestrelFrame::OnFit(wxTimerEvent&)
+{
+    for (wxStaticText* const cell : {m_fileNameText, m_fileSizeText, m_progressText})
+    {
+        cell->InvalidateBestSize(); // which a text without its own measuring does not do
+        const wxSize needed = cell->GetBestSize();
+        if (needed.x <= cell->GetMinWidth())
+            continue;
+        cell->SetMinSize(wxSize(needed.x, cell->GetMinHeight()));
+        cell->GetParent()->InvalidateBestSize();
+        const wxSize fitting = GetSizer()->ComputeFittingWindowSize(this);
+        SetMinSize(fitting);
+        const wxSize growth = fitting - GetSize();
+        if (growth.x > 0)
+            SetSize(GetRect().Inflate(growth.x / 2 + growth.x % 2, 0));
+        Layout();
+    }
 }
 
 // static

@@ -85,6 +85,7 @@ private:
     void OnClose(wxCloseEvent& event);
     void OnDownloadEvent(wxDownloadEvent& event);
     void OnTurnTimer(wxTimerEvent& event);
+    void OnFit(wxTimerEvent& event);
 
     void DownloadFileInfo();
     void StartDownload(const wxString& url, const wxString& localFile);
@@ -113,6 +114,9 @@ private:
     bool m_isOnScreen = false;
     std::unique_ptr<wxEvent> m_early; // a report that waits until the window is on the screen
     wxSize m_decorations;             // when the window was put there
+    wxString m_shownURL;              // what the file name shown was taken from
+    wxLongLong_t m_shownSize = -1;    // in bytes, what the size shown says; -1 for none yet
+    wxTimer m_fitTimer;               // runs when a text may not fit
 
     wxDECLARE_CLASS(KestrelFrame);
     wxDECLARE_EVENT_TABLE();
