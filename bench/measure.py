@@ -219,7 +219,7 @@ class Bench:
     def time_start(program, watcher, listener):
         time.sleep(0.3)  # until the last window is gone
         watcher.stdout.read()
-        wanted = {"shown", "request"} if len(program) > 1 else {"shown"}
+        wanted = {"shown", "request"} if "-a" in program else {"shown"}
         found = {}
         with selectors.DefaultSelector() as events:
             events.register(watcher.stdout, selectors.EVENT_READ)
