@@ -8,9 +8,10 @@
 namespace
 {
 
-// No honest text is longer, in bytes, nor has sections within sections so deep. The reader holds
-// all of a text in memory, and goes down into nested sections by recursion.
-constexpr int SIZE_LIMIT = 16 * 1024 * 1024;
+// No honest text is longer, in bytes, nor has sections within sections so deep. The time the reader
+// takes grows with the square of the number of sections, and it goes down into nested ones by
+// recursion.
+constexpr int SIZE_LIMIT = 1024 * 1024;
 constexpr int DEPTH_LIMIT = 1000;
 
 bool IsHarmless(const wxString& path)

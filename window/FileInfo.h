@@ -13,7 +13,7 @@ class FileInfo
 {
 public:
     // Reads the text at path whole; afterwards the file is not needed any more. One that is
-    // missing, unreadable, longer than 16 MiB, or has a line with more than 1000 '/', is like an
+    // missing, unreadable, longer than 1 MiB, or has a line with more than 1000 '/', is like an
     // empty one. The section is a path from the root, so '/' in it names a nested one.
     FileInfo(const wxString& path, const wxString& section);
 
