@@ -4,6 +4,7 @@
 #include "transport/wxWebProtocol.h"
 
 #include <wx/file.h>
+#include <wx/filename.h>
 #include <wx/log.h>
 #include <wx/module.h>
 #include <wx/protocol/protocol.h>
@@ -21,7 +22,9 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace
@@ -83,6 +86,29 @@ bool WriteBlock(wxFile& file, const char* data, size_t size)
         size -= written;
     }
     return true;
+}
+
+// Creates the file, or empties the one there is; the log tells why not. Where everybody can write,
+// what lies there is taken only if it is the user's own: somebody else may have put it there since
+// the owner of the download looked. The kernel does the same where fs.protected_symlinks and
+// fs.protected_regular are set.
+bool CreateFile(wxFile& file, const wxString& path)
+{
+    struct stat found;
+    const std::string directory = wxFileName(path).GetPath().utf8_string();
+    if (stat(directory.c_str(), &found) != 0 || (found.st_mode & S_IWOTH) == 0)
+        return file.Create(path, true);
+
+    file.Attach(open(path.utf8_string().c_str(),
+                     O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, wxS_DEFAULT));
+    const bool opened = file.IsOpened() && fstat(file.fd(), &found) == 0;
+    if (opened && (!S_ISREG(found.st_mode) || found.st_uid != geteuid() || found.st_nlink != 1))
+        errno = EPERM;
+    else if (opened && ftruncate(file.fd(), 0) == 0)
+        return true;
+    wxLogSysError("can't create file '%s'", path);
+    file.Close();
+    return false;
 }
 
 } // namespace
@@ -265,7 +291,7 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
         event.SetFileSize(m_fileSize);
 
     wxFile file;
-    if (!file.Create(m_localFile, true))
+    if (!CreateFile(file, m_localFile))
         return false;
 
     wxLongLong_t total = 0;

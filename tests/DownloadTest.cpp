@@ -8,6 +8,9 @@
 
 #include <random>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace
 {
 
@@ -125,6 +128,10 @@ TEST_F(DownloadTest, WhatCannotBeOpenedOrWrittenFails)
     }
 
     m_server.Serve("/file", Bytes(100000));
+    chmod(Path("tmp").c_str(), 01777);
+    EXPECT_EQ(symlink(Path("kept").c_str(), Path("tmp/link").c_str()), 0);
+    EXPECT_EQ(Download(m_server.Url("/file"), Path("tmp/link")), "-1 0/0 ");
+    EXPECT_EQ(Read(Path("kept")), "kept");
     for (const std::string& path : {Path("missing/file"), Path("home"), std::string("/dev/full")})
         EXPECT_EQ(Download(m_server.Url("/file"), path), "-1 0/0 ") << path;
 }

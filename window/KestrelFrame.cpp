@@ -255,8 +255,6 @@ void KestrelFrame::LetGoOfDownload()
         m_download->CancelDownload();
     m_download = nullptr;
     HoldLog(false);
-    // The log may hold the system's reason for what comes next; it is read first.
-    wxLog::FlushActive();
 }
 
 // static
@@ -289,6 +287,7 @@ void KestrelFrame::ProcessFileInfo()
     }
     FileInfo fileInfo(m_fileInfoPath, m_iniSection);
     m_place.EndTurn();
+    wxLog::FlushActive();
 
     wxString version;
     if (!fileInfo.ReadVersion(version))
@@ -362,6 +361,8 @@ void KestrelFrame::ShowInstallerDownloaded()
 
 void KestrelFrame::CloseWithMessage(const wxString& message, const wxString& caption)
 {
+    // The log may hold the system's reason for what is told now; it is read first.
+    wxLog::FlushActive();
     wxMessageBox(message, caption, wxOK | wxCENTRE);
     Close(true);
 }
@@ -369,7 +370,6 @@ void KestrelFrame::CloseWithMessage(const wxString& message, const wxString& cap
 void KestrelFrame::ReportFailure(const wxString& url)
 {
     m_place.EndTurn();
-    wxLog::FlushActive();
     CloseWithMessage(
         // TRANSLATORS: '%s' is the name of the file; use the quotation marks of your language.
         // xgettext:c-format
