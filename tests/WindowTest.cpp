@@ -168,7 +168,6 @@ TEST_F(WindowTest, TextsOfVersionsSizesAndNamesAreReadAsTheyShould)
                                                          {"http://h/a/", ""},
                                                          {"http://h/a/b.bin?x=/y#/z", "b.bin"},
                                                          {"http://h", ""},
-                                                         {"", ""},
                                                          {"https://u:p@[::1]:8/d/[a].bin", "%5ba%5d.bin"},
                                                          {"plain", "plain"}};
     for (const auto& [url, name] : names)

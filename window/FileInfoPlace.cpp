@@ -84,7 +84,7 @@ wxString FileInfoPlace::GetOwnDirectory()
     if (m_ownDirectory.empty())
     {
         wxString cache;
-        if (!wxGetEnv("XDG_CACHE_HOME", &cache) || cache.empty())
+        if (!wxGetEnv("XDG_CACHE_HOME", &cache) || !wxIsAbsolutePath(cache))
             cache = wxGetHomeDir() + "/.cache";
         mkdir(cache.utf8_string().c_str(), S_IRWXU);
         m_ownDirectory = MakeOwnDirectory(cache);
