@@ -24,6 +24,7 @@ void WebResource::Learn(CURL* easy)
 {
     curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &m_size);
     m_takesRanges = GetWebHeader(easy, "Accept-Ranges") == "bytes";
+    m_coding = GetWebHeader(easy, "Content-Encoding");
     m_entityTag = GetWebHeader(easy, "ETag");
     m_lastModified = GetWebHeader(easy, "Last-Modified");
 }
@@ -44,6 +45,8 @@ bool WebResource::Continues(CURL* easy, curl_off_t received)
     if (found < 2 || first != received || last < first || (m_size >= 0 && last >= m_size))
         return false;
     if (found == 3 && (last >= total || (m_size >= 0 && total != m_size)))
+        return false;
+    if (GetWebHeader(easy, "Content-Encoding") != m_coding)
         return false;
     curl_off_t length = -1;
     curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);

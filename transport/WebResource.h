@@ -40,6 +40,7 @@ private:
     curl_off_t m_size = -1;
     curl_off_t m_end = -1;
     bool m_takesRanges = false;
+    std::string m_coding;
     std::string m_entityTag;
     std::string m_lastModified;
 };
