@@ -88,21 +88,25 @@ bool WriteBlock(wxFile& file, const char* data, size_t size)
     return true;
 }
 
-// Creates the file, or empties the one there is; the log tells why not. Where everybody can write,
-// what lies there is taken only if it is the user's own: somebody else may have put it there since
-// the owner of the download looked. The kernel does the same where fs.protected_symlinks and
-// fs.protected_regular are set.
+// Creates the file, or empties the one there is; the log tells why not. In a directory for
+// temporary files that all users share, what lies there is taken only if it is the user's own:
+// somebody else may have put it there since the owner of the download looked. The kernel does the
+// same where fs.protected_symlinks and fs.protected_regular are set.
 bool CreateFile(wxFile& file, const wxString& path)
 {
+    constexpr mode_t SHARED = S_ISVTX | S_IWOTH;
     struct stat found;
-    const std::string directory = wxFileName(path).GetPath().utf8_string();
-    if (stat(directory.c_str(), &found) != 0 || (found.st_mode & S_IWOTH) == 0)
+    const std::string directory = wxFileName(path).GetPath().utf8_string(),
+                      name = path.utf8_string();
+    if (stat(directory.c_str(), &found) != 0 || (found.st_mode & SHARED) != SHARED)
+        return file.Create(path, true);
+    if (lstat(name.c_str(), &found) == 0 && S_ISLNK(found.st_mode) && found.st_uid == geteuid())
         return file.Create(path, true);
 
-    file.Attach(open(path.utf8_string().c_str(),
-                     O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, wxS_DEFAULT));
+    file.Attach(
+        open(name.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, wxS_DEFAULT));
     const bool opened = file.IsOpened() && fstat(file.fd(), &found) == 0;
-    if (opened && (!S_ISREG(found.st_mode) || found.st_uid != geteuid() || found.st_nlink != 1))
+    if (opened && (!S_ISREG(found.st_mode) || found.st_uid != geteuid()))
         errno = EPERM;
     else if (opened && ftruncate(file.fd(), 0) == 0)
         return true;

@@ -394,7 +394,10 @@ void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
     {
     case wxDOWNLOAD_FAIL:
         LetGoOfDownload();
-        ReportFailure(event.GetURL());
+        if (event.GetDownloadedFile() == m_fileInfoPath && !m_place.IsSafe(m_fileInfoPath))
+            DownloadFileInfo();
+        else
+            ReportFailure(event.GetURL());
         break;
 
     case wxDOWNLOAD_INPROGRESS:
