@@ -8,6 +8,7 @@
 #include <wx/image.h>
 #include <wx/log.h>
 #include <wx/socket.h>
+#include <wx/translation.h>
 
 namespace
 {
@@ -54,6 +55,9 @@ bool KestrelApp::OnInit()
                       wxEmptyString, wxPATH_NATIVE);
     wxLocale::AddCatalogLookupPathPrefix(program.GetPath(wxPATH_GET_VOLUME | wxPATH_GET_SEPARATOR) +
                                          "locale");
+    // The toolkit's own object, not the locale's: a download thread may look a text up until the
+    // process ends, when the application object has gone.
+    wxTranslations::Set(new wxTranslations);
     // A language whose locale is not installed is no news to its user, and texts are translated all
     // the same; nor can the user do anything about a catalogue that is broken.
     bool translated = false;

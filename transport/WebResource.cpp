@@ -46,8 +46,6 @@ bool WebResource::Continues(CURL* easy, curl_off_t received)
         return false;
     if (found == 3 && (last >= total || (m_size >= 0 && total != m_size)))
         return false;
-    if (GetWebHeader(easy, "Content-Encoding") != m_coding)
-        return false;
     curl_off_t length = -1;
     curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
     if (length >= 0 && length != last - first + 1)
@@ -56,8 +54,10 @@ bool WebResource::Continues(CURL* easy, curl_off_t received)
     // A header that did not serve as validator may be left out of such an answer.
     const std::string tag = GetWebHeader(easy, "ETag");
     const std::string modified = GetWebHeader(easy, "Last-Modified");
+    const std::string coding = GetWebHeader(easy, "Content-Encoding");
     const bool byTag = GetValidator() == m_entityTag;
-    if ((tag != m_entityTag && (byTag || !tag.empty())) ||
+    if ((!coding.empty() && coding != m_coding) ||
+        (tag != m_entityTag && (byTag || !tag.empty())) ||
         (modified != m_lastModified && (!byTag || !modified.empty())))
         return false;
 

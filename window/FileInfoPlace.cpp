@@ -66,8 +66,9 @@ bool FileInfoPlace::IsSafe(const wxString& path) const
     struct stat found;
     const std::string directory = wxFileName(path).GetPath().utf8_string();
     // Where the sticky bit is set, a file can be replaced only by its owner and the directory's.
-    if (m_isOfRun || (stat(directory.c_str(), &found) == 0 && !IsOwn(found) &&
-                      (found.st_uid != 0 || (found.st_mode & S_ISVTX) == 0)))
+    if (m_isOfRun ||
+        (stat(directory.c_str(), &found) == 0 && !IsOwn(found) &&
+         ((found.st_uid != 0 && found.st_uid != geteuid()) || (found.st_mode & S_ISVTX) == 0)))
         return false;
     if (lstat(path.utf8_string().c_str(), &found) != 0)
         return true;
