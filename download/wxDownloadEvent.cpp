@@ -15,6 +15,7 @@ wxDownloadEvent::wxDownloadEvent(const wxDownloadEvent& event)
     , m_downloadedFile(event.m_downloadedFile.Clone())
     , m_downloadedBytes(event.m_downloadedBytes)
     , m_fileSize(event.m_fileSize)
+    , m_fileError(event.m_fileError)
     , m_copies(event.m_copies)
 {
 }

@@ -44,6 +44,11 @@ public:
     wxLongLong_t GetFileSize() const { return m_fileSize; }
     void SetFileSize(wxLongLong_t bytes) { m_fileSize = bytes; }
 
+    // In a failure report, the errno(3) of what kept the local file from being created or written;
+    // 0 when the URL could not be opened.
+    int GetFileError() const { return m_fileError; }
+    void SetFileError(int error) { m_fileError = error; }
+
     // How many copies of this event, and copies of those, there are; posted reports that were not
     // handled yet, for the thread that posts them. An estimate while another thread deletes some.
     long GetCopyCount() const { return m_copies.use_count() - 1; }
@@ -54,6 +59,7 @@ private:
     wxString m_downloadedFile;
     wxLongLong_t m_downloadedBytes = 0;
     wxLongLong_t m_fileSize = 0;
+    int m_fileError = 0;
     std::shared_ptr<const void> m_copies = std::make_shared<char>(); // counts itself
 
     wxDECLARE_DYNAMIC_CLASS_NO_ASSIGN(wxDownloadEvent);

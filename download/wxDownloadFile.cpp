@@ -15,10 +15,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -50,15 +48,13 @@ constexpr std::chrono::milliseconds EXIT_WAIT(500);
 // outlives every thread that waits for it.
 struct HandOff
 {
-    std::mutex lock;
-    std::condition_variable receiverCleared;
+    wxMutex lock;
+    wxCondition receiverCleared{lock};
     std::vector<wxDownloadFile*> downloads; // whose threads have been created
     std::vector<pid_t> threads;             // that run a download, by their kernel ids
 };
 
 HandOff handOff;
-
-using Locker = std::unique_lock<std::mutex>;
 
 // Whether a thread of this process is gone. A detached thread cannot be joined, and the toolkit's
 // code still runs in it when its object has been deleted; only the kernel knows when it has ended.
@@ -74,9 +70,10 @@ wxString WithPlainScheme(const wxString& url)
     return end == wxString::npos ? url : url.Left(end).Lower() + url.Mid(end);
 }
 
-// Writes all of a block; after a short write the next one tells the log why.
+// Writes all of a block; after a short write the next one has the reason.
 bool WriteBlock(wxFile& file, const char* data, size_t size)
 {
+    const wxLogNull quiet; // the receiver tells of a failure
     while (size > 0)
     {
         const size_t written = file.Write(data, size);
@@ -88,12 +85,13 @@ bool WriteBlock(wxFile& file, const char* data, size_t size)
     return true;
 }
 
-// Creates the file, or empties the one there is; the log tells why not. In a directory for
+// Creates the file, or empties the one there is; errno tells why not. In a directory for
 // temporary files that all users share, what lies there is taken only if it is the user's own:
 // somebody else may have put it there since the owner of the download looked. The kernel does the
 // same where fs.protected_symlinks and fs.protected_regular are set.
 bool CreateFile(wxFile& file, const wxString& path)
 {
+    const wxLogNull quiet; // the receiver tells of a failure
     constexpr mode_t SHARED = S_ISVTX | S_IWOTH;
     struct stat found;
     const std::string directory = wxFileName(path).GetPath().utf8_string(),
@@ -110,8 +108,9 @@ bool CreateFile(wxFile& file, const wxString& path)
         errno = EPERM;
     else if (opened && ftruncate(file.fd(), 0) == 0)
         return true;
-    wxLogSysError("can't create file '%s'", path);
+    const int error = errno;
     file.Close();
+    errno = error;
     return false;
 }
 
@@ -133,7 +132,7 @@ public:
 protected:
     void DoLogRecord(wxLogLevel level, const wxString& msg, const wxLogRecordInfo& info) override
     {
-        const Locker locker(handOff.lock);
+        const wxMutexLocker locker(handOff.lock);
         if (!m_download.m_parent)
             return;
         // The text has the system's error in it by now; the new record must not add it again.
@@ -164,13 +163,13 @@ public:
     void OnExit() override
     {
         {
-            const Locker locker(handOff.lock);
+            const wxMutexLocker locker(handOff.lock);
             for (wxDownloadFile* download : handOff.downloads)
             {
                 download->m_running = false;
                 download->m_parent = nullptr;
             }
-            handOff.receiverCleared.notify_all();
+            handOff.receiverCleared.Broadcast();
         }
 
         const auto end = std::chrono::steady_clock::now() + EXIT_WAIT;
@@ -186,7 +185,7 @@ public:
 private:
     static bool HaveThreadsEnded()
     {
-        const Locker locker(handOff.lock);
+        const wxMutexLocker locker(handOff.lock);
         return handOff.downloads.empty() &&
                std::all_of(handOff.threads.begin(), handOff.threads.end(), HasEnded);
     }
@@ -197,11 +196,12 @@ private:
 wxIMPLEMENT_DYNAMIC_CLASS(wxDownloadModule, wxModule);
 
 wxDownloadFile::wxDownloadFile(wxWindow* parent, wxString url, wxString localFile, bool notify,
-                               wxLongLong_t notifyBytes)
+                               wxLongLong_t notifyBytes, wxLongLong_t limit)
     : wxThread(wxTHREAD_DETACHED)
     , m_parent(parent)
     , m_url(url.Clone())
     , m_localFile(localFile.Clone())
+    , m_limit(limit)
     , m_notify(notify)
     , m_notifyBytes(notifyBytes)
 {
@@ -215,7 +215,7 @@ wxDownloadFile::wxDownloadFile(wxWindow* parent, wxString url, wxString localFil
     }
 
     {
-        const Locker locker(handOff.lock);
+        const wxMutexLocker locker(handOff.lock);
         handOff.downloads.push_back(this);
     }
     m_started = Run() == wxTHREAD_NO_ERROR;
@@ -225,7 +225,7 @@ wxDownloadFile::wxDownloadFile(wxWindow* parent, wxString url, wxString localFil
 
 wxDownloadFile::~wxDownloadFile()
 {
-    const Locker locker(handOff.lock);
+    const wxMutexLocker locker(handOff.lock);
     auto& downloads = handOff.downloads;
     downloads.erase(std::remove(downloads.begin(), downloads.end(), this), downloads.end());
 }
@@ -239,10 +239,10 @@ void wxDownloadFile::CancelDownload()
         return;
     }
 
-    const Locker locker(handOff.lock);
+    const wxMutexLocker locker(handOff.lock);
     m_running = false;
     m_parent = nullptr;
-    handOff.receiverCleared.notify_all();
+    handOff.receiverCleared.Broadcast();
 }
 
 void wxDownloadFile::SetNotify(bool notify, wxLongLong_t notifyBytes)
@@ -255,7 +255,7 @@ wxThread::ExitCode wxDownloadFile::Entry()
 {
     m_running = true;
     {
-        const Locker locker(handOff.lock);
+        const wxMutexLocker locker(handOff.lock);
         auto& threads = handOff.threads;
         threads.erase(std::remove_if(threads.begin(), threads.end(), HasEnded), threads.end());
         threads.push_back(gettid());
@@ -295,8 +295,9 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
         event.SetFileSize(m_fileSize);
 
     wxFile file;
+    const auto failed = [&event](int error) { return event.SetFileError(error), false; };
     if (!CreateFile(file, m_localFile))
-        return false;
+        return failed(errno);
 
     wxLongLong_t total = 0;
     char block[BLOCK_SIZE];
@@ -306,8 +307,10 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
         if (count < 1 || !m_running || TestDestroy())
             break;
         if (!WriteBlock(file, block, static_cast<size_t>(count)))
-            return false;
+            return failed(file.GetLastError());
         total += count;
+        if (m_limit >= 0 && total > m_limit)
+            break;
 
         const wxLongLong_t interval = m_notifyBytes;
         if (m_notify && interval > 0 && total % interval == 0)
@@ -318,7 +321,7 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
     }
 
     if (!file.Close())
-        return false;
+        return failed(file.GetLastError());
     stream.reset();
     Post(event, wxDOWNLOAD_COMPLETE, total);
     return true;
@@ -329,7 +332,7 @@ void wxDownloadFile::Post(wxDownloadEvent& event, int status, wxLongLong_t downl
     event.SetDownloadStatus(status);
     event.SetDownloadedBytes(downloadedBytes);
 
-    const Locker locker(handOff.lock);
+    const wxMutexLocker locker(handOff.lock);
     if (wxWindow* const parent = m_parent)
         parent->GetEventHandler()->AddPendingEvent(event);
 }
@@ -340,13 +343,14 @@ void wxDownloadFile::WaitForReceiver(const wxDownloadEvent& event)
 {
     if (event.GetCopyCount() < QUEUE_LIMIT)
         return;
-    Locker locker(handOff.lock);
+    const wxMutexLocker locker(handOff.lock);
     while (m_parent && !TestDestroy() && event.GetCopyCount() > 0)
-        handOff.receiverCleared.wait_for(locker, std::chrono::milliseconds(1));
+        handOff.receiverCleared.WaitTimeout(1);
 }
 
 void wxDownloadFile::WaitUntilLetGo()
 {
-    Locker locker(handOff.lock);
-    handOff.receiverCleared.wait(locker, [this] { return m_parent == nullptr; });
+    const wxMutexLocker locker(handOff.lock);
+    while (m_parent)
+        handOff.receiverCleared.Wait();
 }

@@ -46,10 +46,13 @@ public:
     // notifyBytes: the progress interval in bytes. A report comes each time the bytes received are
     // a whole multiple of it; with an interval that is not positive none comes.
     //
+    // limit: how many bytes are wanted at most, -1 for all. A transfer that goes beyond ends as at
+    // the end of the data, with at most a block of 4096 bytes more than the limit.
+    //
     // When the thread cannot be created or started, the reason goes to the toolkit's error log and
     // no report will ever come; CancelDownload() is owed all the same.
     wxDownloadFile(wxWindow* parent, wxString url, wxString localFile, bool notify,
-                   wxLongLong_t notifyBytes);
+                   wxLongLong_t notifyBytes, wxLongLong_t limit = -1);
 
     // Stops the download and lets go of the object. Call on the main thread. Returns at once,
     // without waiting for the transfer: the thread sees the stop after the read under way, closes
@@ -82,6 +85,7 @@ private:
     std::atomic<wxWindow*> m_parent; // null when nothing more is to be posted
     const wxString m_url;
     const wxString m_localFile;
+    const wxLongLong_t m_limit;
     std::atomic<bool> m_running{true};
     std::atomic<wxLongLong_t> m_fileSize{0};
     std::atomic<bool> m_notify;

@@ -74,13 +74,14 @@ TEST_F(DownloadTest, EventIsCreatedByNameAndClonedWhole)
     full->SetDownloadedFile("/c");
     full->SetDownloadedBytes(4294967296);
     full->SetFileSize(5368709120);
+    full->SetFileError(ENOSPC);
     const std::unique_ptr<wxEvent> clone(full->Clone());
     full.reset();
     const wxDownloadEvent& copy = dynamic_cast<const wxDownloadEvent&>(*clone);
     EXPECT_TRUE(copy.GetEventType() == wxEVT_DOWNLOAD && copy.GetId() == 7);
     EXPECT_TRUE(copy.GetDownloadStatus() == wxDOWNLOAD_INPROGRESS && copy.GetURL() == "http://a/b");
     EXPECT_TRUE(copy.GetDownloadedFile() == "/c" && copy.GetDownloadedBytes() == 4294967296);
-    EXPECT_EQ(copy.GetFileSize(), 5368709120);
+    EXPECT_TRUE(copy.GetFileSize() == 5368709120 && copy.GetFileError() == ENOSPC);
 }
 
 TEST_F(DownloadTest, ReportsAndSavesWhatTheServerSends)
