@@ -14,6 +14,7 @@
 #include <random>
 
 #include <fcntl.h>
+#include <glob.h>
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -77,6 +78,19 @@ std::string Failed(const std::string& name)
     return "!Website Unreachable|Unable to download file '" + name +
            "'.\nPlease verify that your have a working "
            "internet connection and that the file is available at that address.\n";
+}
+
+std::string NotSaved(const std::string& name, const std::string& reason)
+{
+    return "!File Not Saved|The file '" + name + "' could not be saved: " + reason + ".\n";
+}
+
+std::string Repeat(const std::string& text, int times)
+{
+    std::string repeated;
+    while (times-- > 0)
+        repeated += text;
+    return repeated;
 }
 
 class WindowTest : public KestrelTest
@@ -191,18 +205,23 @@ TEST_F(WindowTest, NewerIsWhatComparesAsNewer)
 
 TEST_F(WindowTest, FileInformationIsReadOrFoundUnknown)
 {
-    std::string many, deep, utf16;
+    std::string many, utf16;
     for (int i = 0; i < 5000; ++i)
         many += "[Section" + std::to_string(i) + "]\nVersion=9\n";
-    for (int i = 0; i < 400000; ++i)
-        deep += "/a";
+    const std::string deep = Repeat("/a", 100000);
+    wxSetEnv("LONG", std::string(4096, '1'));
+    wxSetEnv("TWO", "2");
     for (const char c : std::string("[A]\nVersion=2\n"))
         utf16 += {c, '\0'};
     const std::string plain = "[A]\nVersion=2\n";
     const std::array<std::string, 4> cases[] = {
         {"deep", "[" + deep + "]\nVersion=2\n" + plain, "A", UNKNOWN},
-        {"too long", plain + std::string(1 << 20, ';'), "A", UNKNOWN},
-        {"a long line", plain + std::string(500000, 'x') + "\n[" + std::string(500000, '['), "A", QUESTION},
+        {"too long", plain + std::string(1 << 18, ';'), "A", UNKNOWN},
+        {"a long line", plain + std::string(120000, 'x') + "\n[" + std::string(120000, '['), "A", QUESTION},
+        {"a long version", "[A]\nVersion=2." + std::string(4095, '1'), "A", UNKNOWN},
+        {"a version of variables", "[A]\nVersion=2" + Repeat("$(A", 65), "A", UNKNOWN},
+        {"a variable that is long", "[A]\nVersion=2$LONG", "A", UNKNOWN},
+        {"a few variables", "[A]\nVersion=$TWO" + Repeat("$LESS", 63), "A", QUESTION},
         {"UTF-16 without a mark", utf16, "A", UNKNOWN},
         {"UTF-16", "\xFF\xFE" + utf16, "A", QUESTION},
         {"Latin-1", "; \xE4\xF6\n" + plain, "A", QUESTION},
@@ -243,8 +262,8 @@ TEST_F(WindowTest, DialogueGoesItsWholeWay)
     EXPECT_EQ(Run(address, "A", "1", wxID_NO), QUESTION);
     EXPECT_EQ(Run(address, "A", "1", wxID_YES), QUESTION + save("a&b_setup.bin", "bin"));
 
-    const std::string full = Run(address, "A", "1", wxID_YES, "/dev/full");
-    EXPECT_LT(full.find("No space left on device"), full.find(Failed("a&b_setup.bin"))) << full;
+    EXPECT_EQ(Run(address, "A", "1", wxID_YES, "/dev/full"),
+              QUESTION + save("a&b_setup.bin", "bin") + NotSaved("full", "No space left on device"));
 
     link("/d/unknown-size.tar.gz");
     EXPECT_EQ(Run(address, "A", "1", wxID_YES, saved), QUESTION + save("unknown-size.tar.gz", "gz") + DONE);
@@ -299,60 +318,78 @@ TEST_F(WindowTest, ThreadThatCannotBeCreatedIsToldAndTheWindowCloses)
     EXPECT_TRUE(HasClosed());
 }
 
-TEST_F(WindowTest, RunWaitsForItsTurnAndCanBeClosedMeanwhile)
-{
-    m_server.Serve("/info.txt", "[A]\nVersion=1");
-    mkdir(Path("run/kestrel").c_str(), 0700);
-    const int lock = open(Path("run/kestrel/lock").c_str(), O_RDWR | O_CREAT, 0600);
-    ASSERT_EQ(flock(lock, LOCK_EX), 0);
-    for (const bool closed : {true, false})
-    {
-        Answers answers(wxID_NO, "");
-        KestrelFrame* const window = NewWindow();
-        window->Show();
-        window->CheckForUpdate(m_server.Url("/info.txt"), "A", "1");
-        EXPECT_FALSE(Pump([&] { return Labels() != "|0 kB|0%|"; }, 1));
-        EXPECT_FALSE(wxFileExists(Path("tmp/nvrFileInfo.txt")));
-        if (closed)
-            window->Close();
-        else
-            close(lock);
-        EXPECT_TRUE(HasClosed());
-        EXPECT_EQ(answers.m_seen.utf8_string(), closed ? "" : NO_UPDATE);
-    }
-}
-
-TEST_F(WindowTest, WhatOthersCouldHavePutInTheTemporaryDirectoryIsLetBe)
+TEST_F(WindowTest, EachRunReadsAFileOfItsOwnMaking)
 {
     const std::string path = Path("tmp/nvrFileInfo.txt"), target = Path("target"), fresh = "[A]\nVersion=1.0";
     const std::string planted = "[A]\nVersion=9\nLink=http://127.0.0.1:1/x";
-    const std::pair<const char*, std::function<void()>> cases[] = {
-        {"a link", [&] { EXPECT_EQ(symlink(target.c_str(), path.c_str()), 0); }},
-        {"a link to nothing", [&] { EXPECT_EQ(symlink(Path("none").c_str(), path.c_str()), 0); }},
-        {"a second name of a file", [&] { EXPECT_EQ(link(target.c_str(), path.c_str()), 0); }},
-        {"a pipe nobody reads", [&] { EXPECT_EQ(mkfifo(path.c_str(), 0600), 0); }},
-        {"a file that everybody can write", [&] { Write(path, planted), chmod(path.c_str(), 0666); }},
-        {"somebody else's",
-         [&]
-         {
-             Write(path, planted);
-             EXPECT_EQ(chown(path.c_str(), 65534, 65534), 0);
-         }},
-        {"a directory that everybody can change", [&] { Write(path, planted), chmod(Path("tmp").c_str(), 0777); }}};
-    for (const auto& [what, plant] : cases)
+    std::ofstream former;
+    int lock = -1;
+    glob_t left;
+    const struct
     {
-        if (what == std::string("somebody else's") && getuid() != 0)
-            continue; // only root can give a file away
-        Write(target, planted);
-        plant();
-        EXPECT_EQ(Check(fresh), NO_UPDATE) << what;
-        EXPECT_EQ(Read(target), planted) << what;
-        EXPECT_FALSE(wxFileExists(Path("none"))) << what;
-        EXPECT_EQ(Read(Path("run/kestrel/nvrFileInfo.txt")), fresh) << what;
-        unlink(path.c_str());
-        unlink(Path("run/kestrel/nvrFileInfo.txt").c_str());
-    }
-    EXPECT_EQ(Check(fresh), NO_UPDATE);
+        const char* what;
+        bool replaced; // by the run's own file; otherwise it is let be
+        std::function<void()> plant;
+    } cases[] = {{"nothing", true, [] {}},
+                 {"a link", false, [&] { EXPECT_EQ(symlink(target.c_str(), path.c_str()), 0); }},
+                 {"a link to nothing", false, [&] { EXPECT_EQ(symlink(Path("none").c_str(), path.c_str()), 0); }},
+                 {"a second name of a file", true, [&] { EXPECT_EQ(link(target.c_str(), path.c_str()), 0); }},
+                 {"a pipe nobody reads", false, [&] { EXPECT_EQ(mkfifo(path.c_str(), 0600), 0); }},
+                 {"a file that everybody can write", true, [&] { Write(path, planted), chmod(path.c_str(), 0666); }},
+                 {"a file that a closed run still writes", true, [&] { former.open(path); }},
+                 {"another run's file", false,
+                  [&]
+                  {
+                      Write(path, planted);
+                      EXPECT_EQ(flock(lock = open(path.c_str(), O_RDONLY | O_CLOEXEC), LOCK_EX), 0);
+                  }},
+                 {"a group's sticky directory", true, [&] { Write(path, planted), chmod(Path("tmp").c_str(), 01770); }},
+                 {"a group's directory", false, [&] { Write(path, planted), chmod(Path("tmp").c_str(), 0770); }},
+                 {"a directory that everybody can change", false,
+                  [&] { Write(path, planted), chmod(Path("tmp").c_str(), 0777); }},
+                 {"somebody else's", false,
+                  [&]
+                  {
+                      Write(path, planted), chmod(Path("tmp").c_str(), 01777);
+                      EXPECT_EQ(chown(path.c_str(), 65534, 65534), 0);
+                  }}};
+    for (const auto& c : cases)
+        for (const mode_t mask : {0, 0777})
+        {
+            if (c.what == std::string("somebody else's") && getuid() != 0)
+                continue; // only root can give a file away
+            Write(target, planted);
+            c.plant();
+            umask(mask);
+            EXPECT_EQ(Check(fresh), NO_UPDATE) << c.what;
+            umask(022);
+            former << planted << std::flush;
+            former.close();
+            close(lock);
+            struct stat found = {};
+            lstat(path.c_str(), &found);
+            EXPECT_EQ(Read(target), planted) << c.what;
+            EXPECT_FALSE(wxFileExists(Path("none"))) << c.what;
+            EXPECT_EQ(found.st_mode == (S_IFREG | 0600) && Read(path) == fresh, c.replaced) << c.what;
+            EXPECT_EQ(glob(Path("*/kestrel-*").c_str(), 0, nullptr, &left), GLOB_NOMATCH) << c.what;
+            chmod(Path("tmp").c_str(), 0700);
+            unlink(path.c_str());
+        }
+
+    // What replaces the file while it arrives is not read.
+    m_server.Serve("/slow.txt", fresh + "\n" + std::string(200000, ';'), Body::Slow);
+    Answers answers(wxID_NO, "");
+    NewWindow()->CheckForUpdate(m_server.Url("/slow.txt"), "A", "1");
+    EXPECT_TRUE(Pump([&] { return Labels()[0] == 's'; }));
+    EXPECT_EQ(rename(target.c_str(), path.c_str()), 0);
+    EXPECT_TRUE(HasClosed());
+    EXPECT_EQ(answers.m_seen.utf8_string(), UNKNOWN);
+
+    chmod(Path("tmp").c_str(), 0777);
+    wxSetEnv("XDG_RUNTIME_DIR", "run");
+    wxSetEnv("XDG_CACHE_HOME", Path("tmp"));
+    EXPECT_EQ(Check(fresh), NotSaved("nvrFileInfo.txt", "Operation not permitted"));
+    wxUnsetEnv("XDG_CACHE_HOME");
 }
 
 // Windows and downloads are opened and closed a thousand times at random instants. The sanitizers

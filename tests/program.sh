@@ -124,8 +124,7 @@ ends 0 "a server gone between check and download"
 if [[ $(id -u) == 0 ]] && mkdir "$work/tiny" && mount -t tmpfs -o size=4k tmpfs "$work/tiny" 2>/dev/null; then
     head -c 4096 /dev/zero >"$work/tiny/all"
     TMPDIR=$work/tiny start "https://127.0.0.1:$web/info.txt"
-    answer "Kestrel Error"
-    answer "Website Unreachable"
+    answer "File Not Saved"
     ends 0 "a full disk"
     umount "$work/tiny"
 fi

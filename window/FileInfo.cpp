@@ -8,15 +8,17 @@
 namespace
 {
 
-// No honest text is longer, in bytes, nor has sections within sections so deep. The time the reader
-// takes grows with the square of the number of sections, and it goes down into nested ones by
-// recursion.
-constexpr int SIZE_LIMIT = 1024 * 1024;
-constexpr int DEPTH_LIMIT = 1000;
+// No honest text has sections nested so deep; the reader goes down into them by recursion.
+constexpr int DEPTH_LIMIT = 100;
+
+// No honest value is longer, in characters, or has more variables. The reader's time to expand them
+// grows with the square of their number.
+constexpr size_t VALUE_LIMIT = 4096;
+constexpr int VARIABLE_LIMIT = 64;
 
 bool IsHarmless(const wxString& path)
 {
-    if (!wxFileName::FileExists(path) || wxFileName::GetSize(path) > SIZE_LIMIT)
+    if (!wxFileName::FileExists(path) || wxFileName::GetSize(path) > FileInfo::SIZE_LIMIT)
         return false;
     wxTextFile text;
     if (!text.Open(path, wxConvAuto()))
@@ -44,5 +46,16 @@ FileInfo::FileInfo(const wxString& path, const wxString& section)
 bool FileInfo::Read(const wxString& key, wxString& value)
 {
     const QuietLog quiet;
-    return m_hasSection && m_text->HasEntry(key) && m_text->Read(key, &value);
+    if (!m_hasSection || !m_text->HasEntry(key))
+        return false;
+    m_text->SetExpandEnvVars(false);
+    const wxString written = m_text->Read(key);
+    m_text->SetExpandEnvVars(true);
+    if (written.length() > VALUE_LIMIT || written.Freq('$') > VARIABLE_LIMIT)
+        return false;
+    const wxString expanded = m_text->Read(key);
+    if (expanded.length() > VALUE_LIMIT)
+        return false;
+    value = expanded;
+    return true;
 }

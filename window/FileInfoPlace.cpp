@@ -1,7 +1,7 @@
 #include "window/FileInfoPlace.h"
 
 #include <wx/filename.h>
-#include <wx/log.h>
+#include <wx/stdpaths.h>
 #include <wx/utils.h>
 
 #include <cerrno>
@@ -16,92 +16,109 @@
 namespace
 {
 
-// Group members are let be: with a group for each user, as is usual, there are none.
-bool IsOwn(const struct stat& found)
+// Whether only the user and the administrator can replace the user's files in the directory. Where
+// others can write, the sticky bit keeps each file to its owner.
+bool IsSafe(const wxString& directory)
 {
-    return found.st_uid == geteuid() && (found.st_mode & S_IWOTH) == 0;
+    struct stat found;
+    if (stat(directory.fn_str(), &found) != 0)
+        return false;
+    const bool isShared = (found.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    if ((found.st_uid == 0 || found.st_uid == geteuid()) &&
+        (!isShared || (found.st_mode & S_ISVTX) != 0))
+        return true;
+    errno = EPERM;
+    return false;
 }
 
-// Returns the program's directory in parent, made if need be; empty when the user alone cannot have
-// it.
-wxString MakeOwnDirectory(const wxString& parent)
+// Whether the file is the one at the path, and a regular one of the user's own.
+bool IsOwn(const wxFile& file, const wxString& path, struct stat& found)
 {
-    const std::string path = (parent + "/kestrel").utf8_string();
+    struct stat named;
+    return fstat(file.fd(), &found) == 0 && lstat(path.fn_str(), &named) == 0 &&
+           found.st_dev == named.st_dev && found.st_ino == named.st_ino && S_ISREG(found.st_mode) &&
+           found.st_uid == geteuid();
+}
+
+// Locks the file at the path; another run may have locked or replaced it since it was opened.
+bool Lock(const wxFile& file, const wxString& path)
+{
     struct stat found;
-    if (!wxIsAbsolutePath(parent) || stat(parent.utf8_string().c_str(), &found) != 0 ||
-        !IsOwn(found))
-        return wxString();
-    mkdir(path.c_str(), S_IRWXU);
-    const bool usable = lstat(path.c_str(), &found) == 0 && S_ISDIR(found.st_mode) &&
-                        IsOwn(found) && access(path.c_str(), W_OK | X_OK) == 0;
-    return usable ? wxString::FromUTF8(path + "/") : wxString();
+    return flock(file.fd(), LOCK_EX | LOCK_NB) == 0 && IsOwn(file, path, found);
 }
 
 } // namespace
 
-bool FileInfoPlace::TakeTurn()
+wxString FileInfoPlace::Take(const wxString& directory)
 {
-    const std::string path = (GetOwnDirectory() + "lock").utf8_string();
-    if (m_isOfRun)
-        return true;
-    m_lock.Attach(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
-    if (m_lock.IsOpened() && flock(m_lock.fd(), LOCK_EX | LOCK_NB) == 0)
-        return true;
-    const bool held = m_lock.IsOpened() && errno == EWOULDBLOCK;
-    m_lock.Close();
-    if (!held)
-        MakeDirectoryOfRun();
-    return !held;
-}
+    Release();
+    if (TakeShared(directory) || TakeOwn(directory))
+        return m_path;
+    m_error = errno;
 
-void FileInfoPlace::EndTurn()
-{
-    m_lock.Close();
-}
-
-bool FileInfoPlace::IsSafe(const wxString& path) const
-{
-    if (!m_ownDirectory.empty() && path.StartsWith(m_ownDirectory))
-        return true;
-    struct stat found;
-    const std::string directory = wxFileName(path).GetPath().utf8_string();
-    // Where the sticky bit is set, a file can be replaced only by its owner and the directory's.
-    if (m_isOfRun ||
-        (stat(directory.c_str(), &found) == 0 && !IsOwn(found) &&
-         ((found.st_uid != 0 && found.st_uid != geteuid()) || (found.st_mode & S_ISVTX) == 0)))
-        return false;
-    if (lstat(path.utf8_string().c_str(), &found) != 0)
-        return true;
-    return S_ISREG(found.st_mode) && IsOwn(found) && found.st_nlink == 1;
-}
-
-wxString FileInfoPlace::GetOwnDirectory()
-{
-    if (!m_ownDirectory.empty() || m_isOfRun)
-        return m_ownDirectory;
     wxString runtime;
-    if (wxGetEnv("XDG_RUNTIME_DIR", &runtime))
-        m_ownDirectory = MakeOwnDirectory(runtime);
-    if (m_ownDirectory.empty())
-    {
-        wxString cache;
-        if (!wxGetEnv("XDG_CACHE_HOME", &cache) || !wxIsAbsolutePath(cache))
-            cache = wxGetHomeDir() + "/.cache";
-        mkdir(cache.utf8_string().c_str(), S_IRWXU);
-        m_ownDirectory = MakeOwnDirectory(cache);
-    }
-    if (m_ownDirectory.empty())
-        MakeDirectoryOfRun();
-    return m_ownDirectory;
+    wxGetEnv("XDG_RUNTIME_DIR", &runtime);
+    const wxString cache = wxStandardPaths::Get().GetUserDir(wxStandardPaths::Dir_Cache);
+    mkdir(cache.fn_str(), S_IRWXU); // a new user may have none yet
+    return TakeOwn(runtime) || TakeOwn(cache) ? m_path : wxString();
 }
 
-void FileInfoPlace::MakeDirectoryOfRun()
+bool FileInfoPlace::IsIntact() const
 {
-    m_isOfRun = true;
+    struct stat found;
+    return IsOwn(m_file, m_path, found) && found.st_nlink == 1 &&
+           (found.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+void FileInfoPlace::Release()
+{
+    if (m_file.IsOpened())
+        m_file.Close();
+    if (!m_ownDirectory.empty())
+    {
+        unlink(m_path.fn_str());
+        rmdir(m_ownDirectory.fn_str());
+    }
     m_ownDirectory.clear();
-    std::string path = (wxFileName::GetTempDir() + "/kestrel-XXXXXX").utf8_string();
-    if (mkdtemp(&path[0]))
-        m_ownDirectory = wxString::FromUTF8(path + "/");
-    else
-        wxLogSysError("No directory for the file information can be made");
+    m_path.clear();
+}
+
+bool FileInfoPlace::TakeShared(const wxString& directory)
+{
+    const wxString path = directory + FILE_NAME;
+    if (!IsSafe(directory))
+        return false;
+    // Only the run that has locked the file at the path may replace it.
+    const wxFile former(open(path.fn_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (former.IsOpened() && Lock(former, path))
+        unlink(path.fn_str());
+    if (Create(path) && Lock(m_file, path))
+        return true;
+    Release();
+    return false;
+}
+
+bool FileInfoPlace::TakeOwn(const wxString& parent)
+{
+    std::string path((parent + "/kestrel-XXXXXX").fn_str());
+    if (!wxIsAbsolutePath(parent) || !IsSafe(parent) || !mkdtemp(&path[0]))
+        return false;
+    m_ownDirectory = wxString(path.c_str(), *wxConvFileName) + "/";
+    if (Create(m_ownDirectory + FILE_NAME))
+        return true;
+    const int error = errno;
+    Release();
+    errno = error;
+    return false;
+}
+
+bool FileInfoPlace::Create(const wxString& path)
+{
+    m_path = path;
+    const int file = open(path.fn_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (file < 0)
+        return false;
+    m_file.Attach(file);
+    // The umask may have taken permissions away.
+    return fchmod(file, S_IRUSR | S_IWUSR) == 0;
 }

@@ -1,9 +1,12 @@
-// Keeps the file information of one run apart from other runs and from other users.
+// Gives each run a file of its own for the file information, which nobody else can change.
 //
-// All runs of a user download it to the same path, which is moreover predictable and lies in a
-// directory that other users share. So runs take turns, by an advisory lock (flock(2)) that the
-// system releases when a process dies; and a path where something lies that others could have put
-// there, or could change, is given up for a directory of the user's own. Main thread only.
+// All runs of all users download it to the same path in a directory that they share. So this class
+// creates the file itself, new and for the user alone, and holds an advisory lock (flock(2)) on it,
+// which the system releases when the process dies. A run that finds the path locked by another one,
+// or taken by another user, or in a directory where others can replace files, does not wait: it
+// makes a directory of its own at once.
+//
+// Main thread only.
 
 #pragma once
 
@@ -12,27 +15,33 @@
 class FileInfoPlace
 {
 public:
-    // Tries to take this run's turn, which lasts until EndTurn() or the object's end; returns at
-    // once whether it was taken. Where no lock can be had for other reasons than another run's
-    // turn, the run needs none: it gets a directory that no other run uses.
-    bool TakeTurn();
-    void EndTurn();
+    static constexpr const char* FILE_NAME = "nvrFileInfo.txt";
 
-    // Whether the file at path can be written and believed: during this run's turn nobody but the
-    // user can have put it there or can change it. So it must be a regular file of the user's own
-    // and no link, or none at all, in a directory whose files others cannot replace. Only after
-    // TakeTurn().
-    bool IsSafe(const wxString& path) const;
+    ~FileInfoPlace() { Release(); }
 
-    // Returns the directory to use instead, ending with the separator, which only the user has
-    // access to: in XDG_RUNTIME_DIR, else in the user's cache directory, else a new one among the
-    // temporary files. Empty when none could be made; the log then has the reason.
-    wxString GetOwnDirectory();
+    // Creates the file, empty, in a directory whose name ends with the separator, or in a directory
+    // of the run's own. Returns its path; empty when neither can be made.
+    wxString Take(const wxString& directory);
+
+    // Why Take() returned no path, as errno(3).
+    int GetError() const { return m_error; }
+
+    // Returns whether the file at the path is still the one that Take() created, and has stayed the
+    // user's alone.
+    bool IsIntact() const;
+
+    // Lets other runs have the path; the next one creates a new file there. Removes a directory of
+    // the run's own, with its file. To be called when nothing writes to the path any more, or when
+    // what still writes has opened the file.
+    void Release();
 
 private:
-    void MakeDirectoryOfRun();
+    bool TakeShared(const wxString& directory);
+    bool TakeOwn(const wxString& parent);
+    bool Create(const wxString& path);
 
-    wxString m_ownDirectory;
-    bool m_isOfRun = false; // m_ownDirectory is used by no other run
-    wxFile m_lock;          // open while it is this run's turn
+    wxString m_path;
+    wxString m_ownDirectory; // empty in a directory that other runs use too
+    wxFile m_file;
+    int m_error = 0;
 };

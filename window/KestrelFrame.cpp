@@ -34,11 +34,6 @@ constexpr int FIT_DELAY = 20;
 
 constexpr int VERSION_PARTS = 4;
 
-const char* const FILE_INFO_NAME = "nvrFileInfo.txt";
-
-// How often a run that waits for its turn looks whether it has come, in milliseconds.
-constexpr int TURN_INTERVAL = 100;
-
 wxString GetSeparator()
 {
     return wxString(wxFileName::GetPathSeparators(wxPATH_NATIVE)[0]);
@@ -98,8 +93,6 @@ bool KestrelFrame::Create(wxWindow* parent, wxWindowID id, const wxString& title
     GetSizer()->Fit(this);
     GetSizer()->SetSizeHints(this);
     Centre(wxBOTH);
-    m_turnTimer.SetOwner(this);
-    Bind(wxEVT_TIMER, &KestrelFrame::OnTurnTimer, this, m_turnTimer.GetId());
     m_fitTimer.SetOwner(this);
     Bind(wxEVT_TIMER, &KestrelFrame::OnFit, this, m_fitTimer.GetId());
     // With GTK 3 to raise a hidden window is to show it.
@@ -189,7 +182,7 @@ void KestrelFrame::OnClose(wxCloseEvent& event)
 
 void KestrelFrame::CheckForUpdate(wxString address, wxString iniSection, wxString currentVersion)
 {
-    if (m_download || m_turnTimer.IsRunning())
+    if (m_download)
     {
         wxMessageBox(_("There is a download already in progress"));
         return;
@@ -198,39 +191,25 @@ void KestrelFrame::CheckForUpdate(wxString address, wxString iniSection, wxStrin
     m_address = address;
     m_iniSection = iniSection;
     m_currentVersion = currentVersion;
-    m_fileInfoPath = m_tempDir + FILE_INFO_NAME;
-    if (m_place.TakeTurn())
-        DownloadFileInfo();
-    else
-        m_turnTimer.Start(TURN_INTERVAL);
-}
-
-void KestrelFrame::OnTurnTimer(wxTimerEvent&)
-{
-    if (!m_place.TakeTurn())
-        return;
-    m_turnTimer.Stop();
-    DownloadFileInfo();
-}
-
-void KestrelFrame::DownloadFileInfo()
-{
-    if (!m_place.IsSafe(m_fileInfoPath))
+    m_fileInfoPath = m_place.Take(m_tempDir);
+    if (!m_fileInfoPath.empty())
     {
-        m_tempDir = m_place.GetOwnDirectory();
-        m_fileInfoPath = m_tempDir + FILE_INFO_NAME;
-        if (m_tempDir.empty())
-        {
-            ReportFailure(m_address);
-            return;
-        }
+        StartDownload(m_address, m_fileInfoPath, FileInfo::SIZE_LIMIT);
+        return;
     }
-    StartDownload(m_address, m_fileInfoPath);
+    // Told like any other failure, when the window is on the screen.
+    wxDownloadEvent* const failure = new wxDownloadEvent(wxEVT_DOWNLOAD);
+    failure->SetDownloadStatus(wxDOWNLOAD_FAIL);
+    failure->SetURL(m_address);
+    failure->SetDownloadedFile(m_tempDir + FileInfoPlace::FILE_NAME);
+    failure->SetFileError(m_place.GetError());
+    QueueEvent(failure);
 }
 
-void KestrelFrame::StartDownload(const wxString& url, const wxString& localFile)
+void KestrelFrame::StartDownload(const wxString& url, const wxString& localFile, wxLongLong_t limit)
 {
-    m_download = new wxDownloadFile(this, url.Clone(), localFile.Clone(), true, PROGRESS_INTERVAL);
+    m_download =
+        new wxDownloadFile(this, url.Clone(), localFile.Clone(), true, PROGRESS_INTERVAL, limit);
     m_downloadStart = wxDateTime::Now();
     // Without a thread no report will come, and the log must not wait for one.
     HoldLog(m_download->IsAlive());
@@ -279,14 +258,9 @@ bool KestrelFrame::IsNewer(const wxString& version, const wxString& installed)
 
 void KestrelFrame::ProcessFileInfo()
 {
-    // What has come to lie there meanwhile may be somebody else's.
-    if (!m_place.IsSafe(m_fileInfoPath))
-    {
-        DownloadFileInfo();
-        return;
-    }
-    FileInfo fileInfo(m_fileInfoPath, m_iniSection);
-    m_place.EndTurn();
+    // What is no longer the run's own file is not read at all.
+    FileInfo fileInfo(m_place.IsIntact() ? m_fileInfoPath : wxString(), m_iniSection);
+    m_place.Release();
     wxLog::FlushActive();
 
     wxString version;
@@ -367,16 +341,26 @@ void KestrelFrame::CloseWithMessage(const wxString& message, const wxString& cap
     Close(true);
 }
 
-void KestrelFrame::ReportFailure(const wxString& url)
+void KestrelFrame::ReportFailure(const wxDownloadEvent& event)
 {
-    m_place.EndTurn();
+    if (event.GetFileError() != 0)
+    {
+        CloseWithMessage(
+            // TRANSLATORS: The first '%s' is the name of the file, the second the system's reason.
+            // xgettext:c-format
+            wxString::Format(_("The file '%s' could not be saved: %s."),
+                             event.GetDownloadedFile().AfterLast('/'),
+                             wxSysErrorMsgStr(static_cast<unsigned long>(event.GetFileError()))),
+            _("File Not Saved"));
+        return;
+    }
     CloseWithMessage(
         // TRANSLATORS: '%s' is the name of the file; use the quotation marks of your language.
         // xgettext:c-format
         wxString::Format(_("Unable to download file '%s'.\n"
                            "Please verify that your have a working internet connection and "
                            "that the file is available at that address."),
-                         GetFileNameFromURL(url)),
+                         GetFileNameFromURL(event.GetURL())),
         _("Website Unreachable"));
 }
 
@@ -394,10 +378,7 @@ void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
     {
     case wxDOWNLOAD_FAIL:
         LetGoOfDownload();
-        if (event.GetDownloadedFile() == m_fileInfoPath && !m_place.IsSafe(m_fileInfoPath))
-            DownloadFileInfo();
-        else
-            ReportFailure(event.GetURL());
+        ReportFailure(event);
         break;
 
     case wxDOWNLOAD_INPROGRESS:

@@ -47,9 +47,8 @@ public:
 
     // Starts the run, and returns at once: fetches the file information at the URL address, in
     // which the section iniSection will be read and compared with currentVersion, the installed
-    // version. Nothing is checked here; a download that fails is reported to the user. While
-    // another run of the user's fetches its own, the download waits, and the window stays as it is.
-    // While a download runs or waits, the user is told so and nothing else happens.
+    // version. Nothing is checked here; a download that fails is reported to the user. While a
+    // download runs, the user is told so and nothing else happens.
     void CheckForUpdate(wxString address, wxString iniSection, wxString currentVersion);
 
     // Returns component k (1 to 4) of a dotted version, as strtol() with base 10 reads it: 0 when
@@ -84,14 +83,12 @@ private:
     void OnSize(wxSizeEvent& event);
     void OnClose(wxCloseEvent& event);
     void OnDownloadEvent(wxDownloadEvent& event);
-    void OnTurnTimer(wxTimerEvent& event);
     void OnFit(wxTimerEvent& event);
 
-    void DownloadFileInfo();
-    void StartDownload(const wxString& url, const wxString& localFile);
+    void StartDownload(const wxString& url, const wxString& localFile, wxLongLong_t limit = -1);
     void LetGoOfDownload();
     void HoldLog(bool hold);
-    void ReportFailure(const wxString& url);
+    void ReportFailure(const wxDownloadEvent& event);
     void ShowProgress(const wxDownloadEvent& event);
     void SetValue(wxStaticText* cell, const wxString& text);
     void CloseWithMessage(const wxString& message, const wxString& caption);
@@ -110,7 +107,6 @@ private:
     wxDateTime m_downloadStart;           // when it was started
     bool m_logHeld = false;               // whether the log's boxes wait
     FileInfoPlace m_place;
-    wxTimer m_turnTimer; // runs while the file information waits for its turn
     bool m_isOnScreen = false;
     std::unique_ptr<wxEvent> m_early; // a report that waits until the window is on the screen
     wxSize m_decorations;             // when the window was put there
