@@ -11,9 +11,8 @@ namespace
 // No honest text has sections nested so deep; the reader goes down into them by recursion.
 constexpr int DEPTH_LIMIT = 100;
 
-// No honest value is longer, in characters, or has more variables. The reader's time to expand them
-// grows with the square of their number.
-constexpr size_t VALUE_LIMIT = 4096;
+// No honest value has more variables. The reader's time to expand them grows with the square of
+// their number.
 constexpr int VARIABLE_LIMIT = 64;
 
 bool IsHarmless(const wxString& path)

@@ -18,14 +18,17 @@ public:
     // The longest text that is read, in bytes. The reader's time grows with the square of it.
     static constexpr int SIZE_LIMIT = 256 * 1024;
 
+    // The longest value that is read, in characters, before and after variables are expanded.
+    static constexpr size_t VALUE_LIMIT = 4096;
+
     // Reads the whole text at path; afterwards the file is not needed any more. A text that is
     // missing, unreadable, too long, or has a line with more than 100 '/', is like an empty one.
     // The section is a path from the root, so a '/' in it names a nested section.
     FileInfo(const wxString& path, const wxString& section);
 
     // Reads a value of the section, with environment variables ("$NAME") expanded. Returns false,
-    // and leaves the argument alone, when there is none or when it has more than 4096 characters
-    // or 64 variables.
+    // and leaves the argument alone, when there is none or when it is too long or has more
+    // than 64 variables.
     bool ReadVersion(wxString& version) { return Read("Version", version); }
     bool ReadLink(wxString& link) { return Read("Link", link); }
 

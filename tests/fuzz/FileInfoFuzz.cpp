@@ -21,6 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (!fileInfo.ReadVersion(version))
         Require(version.empty());
     fileInfo.ReadLink(link);
+    Require(version.length() <= FileInfo::VALUE_LIMIT && link.length() <= FileInfo::VALUE_LIMIT);
     Require(!KestrelFrame::IsNewer(version, version));
     Require(!(KestrelFrame::IsNewer(version, installed) && KestrelFrame::IsNewer(installed, version)));
     return 0;
