@@ -8,20 +8,18 @@ as_root() {
     "${sudo[@]}" "$@"
 }
 
-# Installs the packages that are missing, if any; the only step that needs the network and root.
+# install_packages SECTION...: installs what is missing of these sections of scripts/packages; the
+# only step that needs the network and root.
 install_packages() {
-    local missing=() package
-    while read -r package; do
-        if [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) != installed ]]; then
-            missing+=("$package")
-        fi
-    done < <(grep -v -e '^#' -e '^$' scripts/packages)
-    ((${#missing[@]})) || return 0
-
-    echo "Installing ${missing[*]}"
-    as_root apt-get update -q
-    as_root env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y -q --no-install-recommends "${missing[@]}"
+    local packages
+    mapfile -t packages < <(awk -v wanted=" $* " \
+        '/^\[/ { in_section = index(wanted, " " substr($0, 2, length - 2) " "); next }
+         in_section && /^[^#]/' scripts/packages)
+    if apt-get satisfy -qq --simulate --no-install-recommends "${packages[@]}" 2>&1 | grep -q .; then
+        as_root apt-get update -q
+        as_root env DEBIAN_FRONTEND=noninteractive \
+            apt-get satisfy -y -q --no-install-recommends "${packages[@]}"
+    fi
 }
 
 # build PRESET [CMAKE-OPTION]...: configures and builds in build/PRESET.

@@ -1,0 +1,68 @@
+# shellcheck shell=bash
+# Small Debian systems in folders under build/roots/, made once and kept between runs; to be sourced
+# after common.sh. Only the administrator can make them and run something in them.
+
+# need_root_rights WHAT: ends the command where roots cannot be made.
+need_root_rights() {
+    [[ $(id -u) == 0 ]] && unshare --mount --pid --fork true 2>/dev/null && return
+    echo "$1 needs root rights and its own mounts, and cannot run here." >&2
+    exit 1
+}
+
+# sources_of SUITE: lines of a sources.list for this release, from where this machine takes Debian.
+sources_of() {
+    # The variables are apt's.
+    # shellcheck disable=SC2016
+    apt-get indextargets --format '$(LABEL) $(REPO_URI)' 'Created-By: Packages' 'Component: main' |
+        awk -v suite="$1" '
+            $1 == "Debian" && !main { main = $2 }
+            $1 == "Debian-Security" && !security { security = $2 }
+            END {
+                if (!main) exit 1
+                print "deb", main, suite, "main"
+                print "deb", main, suite "-updates", "main"
+                if (security) print "deb", security, suite "-security", "main"
+            }'
+}
+
+# make_root NAME SUITE PACKAGE...: makes build/roots/NAME with these packages, and a user "guest", if
+# it is not there.
+make_root() {
+    local name=$1 suite=$2 root sources
+    root=$PWD/build/roots/$name
+    shift 2
+    [[ ! -e $root ]] || return 0
+    install_packages roots
+    sources=$(sources_of "$suite") || { echo "This machine's apt knows no Debian archive." >&2; return 1; }
+    echo "Making $root"
+    mkdir -p build/roots
+    rm -rf "$root.part"
+    debootstrap --variant=minbase "$suite" "$root.part" "$(awk 'NR == 1 { print $2 }' <<<"$sources")" \
+        >"$root.log" 2>&1 || { tail "$root.log" >&2; return 1; }
+    echo "$sources" >"$root.part/etc/apt/sources.list"
+    apt-config dump | grep -i -e '^Acquire::.*proxy' -e '^Acquire::Check-' \
+        >"$root.part/etc/apt/apt.conf.d/00machine" || true
+    in_root "$name.part" sh -ec '
+        export DEBIAN_FRONTEND=noninteractive
+        apt-get update -q
+        apt-get upgrade -y -q
+        apt-get install -y -q --no-install-recommends "$@"
+        apt-get clean
+        useradd --create-home guest' sh "$@" >>"$root.log" 2>&1 || { tail "$root.log" >&2; return 1; }
+    mv "$root.part" "$root"
+}
+
+# in_root NAME COMMAND...: runs a command as the administrator of that system, with this tree at
+# /kestrel. Its mounts and processes end with it.
+in_root() {
+    # shellcheck disable=SC2016
+    unshare --mount --pid --fork --kill-child bash -euc '
+        root=$1
+        shift
+        mount -t proc proc "$root/proc"
+        mount --rbind /dev "$root/dev"
+        mkdir -p "$root/kestrel"
+        mount --bind "$PWD" "$root/kestrel"
+        exec chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 "$@"
+        ' bash "$PWD/build/roots/$1" "${@:2}"
+}
