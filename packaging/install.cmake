@@ -8,6 +8,16 @@ set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 include(GNUInstallDirs)
 
+if(KESTREL_PORTABLE)
+    # The older kind of search path (RPATH, not RUNPATH) goes before LD_LIBRARY_PATH, and holds for what
+    # the libraries need in turn. With the folders of the systems behind lib/, an LD_LIBRARY_PATH of
+    # the calling application changes none of the libraries. Files of another architecture are passed over.
+    set_target_properties(kestrel PROPERTIES
+        BUILD_WITH_INSTALL_RPATH ON
+        INSTALL_RPATH "$ORIGIN/lib;/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE};/lib/${CMAKE_LIBRARY_ARCHITECTURE};/usr/lib64;/lib64;/usr/lib;/lib")
+    target_link_options(kestrel PRIVATE LINKER:--disable-new-dtags)
+endif()
+
 install(TARGETS kestrel RUNTIME COMPONENT system)
 install(TARGETS kestrel RUNTIME DESTINATION . COMPONENT bundle EXCLUDE_FROM_ALL)
 foreach(language IN LISTS KESTREL_LANGUAGES)

@@ -8,18 +8,28 @@ as_root() {
     "${sudo[@]}" "$@"
 }
 
-# install_packages SECTION...: installs what is missing of these sections of scripts/packages; the
-# only step that needs the network and root.
-install_packages() {
-    local packages
-    mapfile -t packages < <(awk -v wanted=" $* " \
+# packages_of SECTION...: the packages of these sections of scripts/packages, one a line.
+packages_of() {
+    awk -v wanted=" $* " \
         '/^\[/ { in_section = index(wanted, " " substr($0, 2, length - 2) " "); next }
-         in_section && /^[^#]/' scripts/packages)
-    if apt-get satisfy -qq --simulate --no-install-recommends "${packages[@]}" 2>&1 | grep -q .; then
+         in_section && /^[^#]/' scripts/packages
+}
+
+# install_dependencies DEPENDENCY...: installs what is missing, if anything is; the only step that
+# needs the network and root.
+install_dependencies() {
+    if apt-get satisfy -qq --simulate --no-install-recommends "$@" 2>&1 | grep -q .; then
         as_root apt-get update -q
         as_root env DEBIAN_FRONTEND=noninteractive \
-            apt-get satisfy -y -q --no-install-recommends "${packages[@]}"
+            apt-get satisfy -y -q --no-install-recommends "$@"
     fi
+}
+
+# install_packages SECTION...: installs what is missing of these sections.
+install_packages() {
+    local packages
+    mapfile -t packages < <(packages_of "$@")
+    install_dependencies "${packages[@]}"
 }
 
 # build PRESET [CMAKE-OPTION]...: configures and builds in build/PRESET.

@@ -63,6 +63,6 @@ in_root() {
         mount --rbind /dev "$root/dev"
         mkdir -p "$root/kestrel"
         mount --bind "$PWD" "$root/kestrel"
-        exec chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 "$@"
+        exec chroot "$root" env -i --chdir=/kestrel PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 "$@"
         ' bash "$PWD/build/roots/$1" "${@:2}"
 }

@@ -1,0 +1,33 @@
+# Copies the libraries that a program needs, and those that they need in turn, but for what is left
+# to the host, and writes where they came from into a file, one a line:
+# cmake -DPROGRAM=FILE -DOBJDUMP=COMMAND -DDESTINATION=FOLDER -DORIGINS=FILE -P packaging/carry.cmake
+cmake_minimum_required(VERSION 3.25)
+
+# Left to the host, by the names before ".so":
+set(host
+    # the C and C++ runtimes: the loader's own, and the host's newer one serves older programs
+    ld-linux.* libc libm libresolv libgcc_s "libstdc\\+\\+"
+    # X11 and Wayland: they belong to the host's display and drivers
+    libX11 libXext libxcb.* libwayland-.*
+    # GTK as a whole: the host's themes, input methods and modules are loaded into it
+    libgtk-3 libgdk-3 libgdk_pixbuf-2.0 libatk-1.0 libcairo.* libpango.* libharfbuzz libfreetype
+    libfontconfig libfribidi libglib-2.0 libgobject-2.0 libgmodule-2.0 libgio-2.0
+    # what GTK, its modules or the system itself need under the same name everywhere
+    libz libpng16 liblzma libzstd libuuid
+    # OpenSSL 3 and Kerberos: on every desktop, and fixes to them come with the system
+    libssl libcrypto libgssapi_krb5
+    # GnuTLS, for parts of libcurl that Kestrel does not use, with what the host's own is built on
+    libgnutls libnettle libhogweed libgmp)
+list(TRANSFORM host REPLACE "(.+)" "^\\1[.]so")
+
+set(CMAKE_OBJDUMP ${OBJDUMP})
+file(GET_RUNTIME_DEPENDENCIES EXECUTABLES ${PROGRAM}
+    PRE_EXCLUDE_REGEXES ${host}
+    RESOLVED_DEPENDENCIES_VAR libraries)
+foreach(library IN LISTS libraries)
+    # One plain file under the name that the loader asks for.
+    get_filename_component(name ${library} NAME)
+    file(COPY_FILE ${library} ${DESTINATION}/${name})
+endforeach()
+list(JOIN libraries "\n" lines)
+file(WRITE ${ORIGINS} "${lines}\n")

@@ -1,0 +1,128 @@
+#!/usr/bin/env python3
+"""Says what a bundle carries: packaging/describe.py BUNDLE VERSION ARCHITECTURE ORIGINS
+
+Reads from a file where each carried library came from, asks dpkg for its package, and writes into the
+bundle licences/, a copyright text for each package, and kestrel.spdx.json, the list in SPDX 2.3.
+SOURCE_DATE_EPOCH is the time that the list bears.
+"""
+
+import datetime
+import hashlib
+import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import urllib.parse
+
+# Debian's short names of licences, where SPDX has another; names that both have stand for themselves.
+SPDX_NAMES = {
+    "Apache-2.0": "Apache-2.0", "BSD-2-clause": "BSD-2-Clause", "BSD-3-clause": "BSD-3-Clause",
+    "BSD-4-clause": "BSD-4-Clause", "Expat": "MIT", "MIT": "MIT", "ISC": "ISC", "Zlib": "Zlib",
+    "zlib": "Zlib", "curl": "curl", "GPL-2": "GPL-2.0-only", "GPL-2+": "GPL-2.0-or-later",
+    "GPL-3": "GPL-3.0-only", "GPL-3+": "GPL-3.0-or-later", "LGPL-2": "LGPL-2.0-only",
+    "LGPL-2+": "LGPL-2.0-or-later", "LGPL-2.1": "LGPL-2.1-only", "LGPL-2.1+": "LGPL-2.1-or-later",
+    "LGPL-3": "LGPL-3.0-only", "LGPL-3+": "LGPL-3.0-or-later", "OpenLDAP-2.8": "OLDAP-2.8",
+}
+LIBRARY_FIELDS = "${Package}\n${Version}\n${source:Package}\n${source:Version}\n${Maintainer}"
+
+
+def ask_dpkg(*arguments):
+    return subprocess.run(["dpkg-query", *arguments], check=True, stdout=subprocess.PIPE, text=True).stdout
+
+
+def package_of(library):
+    """The name and architecture of the package that the file belongs to."""
+    # dpkg knows the file by the path in its package, with or without /usr.
+    path = os.path.realpath(library).removeprefix("/usr")
+    for known in ("/usr" + path, path):
+        try:
+            return ask_dpkg("-S", known).split(": ")[0]
+        except subprocess.CalledProcessError:
+            continue
+    sys.exit(f"No package has {library}")
+
+
+def declared_licence(copyright_text):
+    """What a machine-readable copyright says of most files, as an SPDX expression."""
+    if not copyright_text.startswith("Format:"):
+        return "NOASSERTION"
+    for paragraph in re.split(r"\n\s*\n", copyright_text):
+        if re.search(r"^Files:\s*\*\s*$", paragraph, re.MULTILINE):
+            words = re.search(r"^License:(.*)$", paragraph, re.MULTILINE)[1].split()
+            if not words:
+                return "NOASSERTION"
+            expression = [word.upper() if word in ("and", "or") else SPDX_NAMES.get(word) for word in words]
+            return "NOASSERTION" if None in expression else " ".join(expression)
+    return "NOASSERTION"
+
+
+def main():
+    bundle, version, architecture, origins = sys.argv[1:]
+    bundle = pathlib.Path(bundle)
+    licences = bundle / "licences"
+    licences.mkdir()
+
+    def keep_licence(name, text):
+        (licences / name).write_text(text, encoding="utf-8")
+        # A Debian system has the texts of common licences in one place; other systems do not.
+        for common in re.findall(r"/usr/share/common-licenses/([A-Za-z0-9.-]*[A-Za-z0-9])", text):
+            source = pathlib.Path("/usr/share/common-licenses", common)
+            if source.is_file():
+                (licences / f"{common}.txt").write_bytes(source.read_bytes())
+
+    own_licence = pathlib.Path(__file__).parent.parent / "LICENSE"
+    keep_licence("kestrel.txt", own_licence.read_text(encoding="utf-8"))
+    carried = {}
+    for library in pathlib.Path(origins).read_text(encoding="utf-8").split():
+        carried.setdefault(package_of(library), []).append(f"lib/{os.path.basename(library)}")
+
+    release = dict(line.split("=", 1) for line in pathlib.Path("/etc/os-release").read_text().split("\n") if line)
+    distribution = f"{release['ID']}-{release['VERSION_ID']}".replace('"', "")
+    packages = [{
+        "SPDXID": "SPDXRef-Package-kestrel", "name": "kestrel", "versionInfo": version,
+        "supplier": "Organization: The Kestrel developers", "downloadLocation": "NOASSERTION",
+        "filesAnalyzed": False, "licenseConcluded": "NOASSERTION", "licenseDeclared": "MIT",
+        "copyrightText": "Copyright (c) 2026 The Kestrel developers",
+    }]
+    for package in sorted(carried):
+        name, package_version, source, source_version, maintainer = ask_dpkg(
+            "-W", "-f", LIBRARY_FIELDS, package).split("\n")
+        copyright_text = pathlib.Path(f"/usr/share/doc/{name}/copyright").read_text(encoding="utf-8")
+        keep_licence(f"{name}.txt", copyright_text)
+        quoted_version = urllib.parse.quote(package_version, safe="~")
+        upstream = urllib.parse.quote(f"{source}@{source_version}", safe="~")
+        packages.append({
+            "SPDXID": f"SPDXRef-Package-{re.sub('[^A-Za-z0-9.-]', '-', name)}", "name": name,
+            "versionInfo": package_version, "supplier": f"Organization: {maintainer}",
+            "downloadLocation": "NOASSERTION", "filesAnalyzed": False,
+            "sourceInfo": f"Debian source package {source} {source_version}",
+            "licenseConcluded": "NOASSERTION", "licenseDeclared": declared_licence(copyright_text),
+            "copyrightText": "NOASSERTION", "comment": "As " + ", ".join(sorted(carried[package])),
+            "externalRefs": [{
+                "referenceCategory": "PACKAGE-MANAGER", "referenceType": "purl",
+                "referenceLocator": f"pkg:deb/debian/{urllib.parse.quote(name)}@{quoted_version}"
+                                    f"?arch={architecture}&distro={distribution}&upstream={upstream}",
+            }],
+        })
+
+    digest = hashlib.sha256(json.dumps(packages).encode()).hexdigest()
+    made = datetime.datetime.fromtimestamp(int(os.environ["SOURCE_DATE_EPOCH"]), datetime.timezone.utc)
+    title = f"kestrel-{version}-linux-{architecture}"
+    document = {
+        "spdxVersion": "SPDX-2.3", "dataLicense": "CC0-1.0", "SPDXID": "SPDXRef-DOCUMENT", "name": title,
+        "documentNamespace": f"https://spdx.org/spdxdocs/{title}-{digest}",
+        "creationInfo": {"created": made.strftime("%Y-%m-%dT%H:%M:%SZ"),
+                         "creators": ["Tool: make-bundle", "Organization: The Kestrel developers"]},
+        "packages": packages,
+        "relationships": [
+            {"spdxElementId": "SPDXRef-DOCUMENT", "relationshipType": "DESCRIBES",
+             "relatedSpdxElement": packages[0]["SPDXID"]},
+            *({"spdxElementId": packages[0]["SPDXID"], "relationshipType": "CONTAINS",
+               "relatedSpdxElement": package["SPDXID"]} for package in packages[1:])],
+    }
+    (bundle / "kestrel.spdx.json").write_text(json.dumps(document, indent=2) + "\n", encoding="utf-8")
+
+
+main()
