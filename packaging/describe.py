@@ -16,7 +16,7 @@ import subprocess
 import sys
 import urllib.parse
 
-# Debian's short names of licences, where SPDX has another; names that both have stand for themselves.
+# Debian's short names of licences, and SPDX's.
 SPDX_NAMES = {
     "Apache-2.0": "Apache-2.0", "BSD-2-clause": "BSD-2-Clause", "BSD-3-clause": "BSD-3-Clause",
     "BSD-4-clause": "BSD-4-Clause", "Expat": "MIT", "MIT": "MIT", "ISC": "ISC", "Zlib": "Zlib",
@@ -24,6 +24,8 @@ SPDX_NAMES = {
     "GPL-3": "GPL-3.0-only", "GPL-3+": "GPL-3.0-or-later", "LGPL-2": "LGPL-2.0-only",
     "LGPL-2+": "LGPL-2.0-or-later", "LGPL-2.1": "LGPL-2.1-only", "LGPL-2.1+": "LGPL-2.1-or-later",
     "LGPL-3": "LGPL-3.0-only", "LGPL-3+": "LGPL-3.0-or-later", "OpenLDAP-2.8": "OLDAP-2.8",
+    "BSD3": "BSD-3-Clause", "Hylafax": "libtiff",
+    "wxWindows": "LGPL-2.0-or-later WITH WxWindows-exception-3.1",
 }
 LIBRARY_FIELDS = "${Package}\n${Version}\n${source:Package}\n${source:Version}\n${Maintainer}"
 
@@ -52,6 +54,9 @@ def declared_licence(copyright_text):
         if re.search(r"^Files:\s*\*\s*$", paragraph, re.MULTILINE):
             words = re.search(r"^License:(.*)$", paragraph, re.MULTILINE)[1].split()
             if not words:
+                return "NOASSERTION"
+            # Tools under the GPL, beside a library under the LGPL: "most files" would mislead.
+            if words[0].startswith("GPL") and "LGPL" in copyright_text:
                 return "NOASSERTION"
             expression = [word.upper() if word in ("and", "or") else SPDX_NAMES.get(word) for word in words]
             return "NOASSERTION" if None in expression else " ".join(expression)
@@ -99,6 +104,7 @@ def main():
             "downloadLocation": "NOASSERTION", "filesAnalyzed": False,
             "sourceInfo": f"Debian source package {source} {source_version}",
             "licenseConcluded": "NOASSERTION", "licenseDeclared": declared_licence(copyright_text),
+            "licenseComments": f"Declared for most files of the source package; licences/{name}.txt has all.",
             "copyrightText": "NOASSERTION", "comment": "As " + ", ".join(sorted(carried[package])),
             "externalRefs": [{
                 "referenceCategory": "PACKAGE-MANAGER", "referenceType": "purl",
