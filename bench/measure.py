@@ -209,7 +209,7 @@ class Bench:
             commands = {"bare window": [self.build + "/bench/bare_window"],
                         "Kestrel": [self.build + "/kestrel", "-i", "a", "-v", "1", "-a", address]}
             for name in tuple(times) * (2 * self.rounds + 1):
-                time.sleep(0.3)  # until the last window is gone
+                time.sleep(0.3)  # the window manager takes its time, before and after the kill
                 start = time.monotonic()
                 process = subprocess.Popen(commands[name], stderr=subprocess.PIPE)
                 if name == "Kestrel":
@@ -217,6 +217,7 @@ class Bench:
                 else:
                     process.stderr.readline()
                 times[name].append({"seconds": time.monotonic() - start})
+                time.sleep(0.3)
                 process.kill()
                 process.wait()
         return {name: each[1:] for name, each in times.items()}  # the first reads the disk
