@@ -237,7 +237,7 @@ def machine():
         model = next(line.split(":")[1].strip() for line in info if line.startswith("model name"))
     versions = subprocess.check_output(
         ["dpkg-query", "-W", "-f", ", ${Package} ${Version}",
-         "apache2-bin", "curl", "wget", "libcurl4", "libwxgtk3.2-1"], text=True)
+         "apache2-bin", "curl", "wget", "libcurl4-openssl-dev", "libwxgtk3.2-dev"], text=True)
     return f"{model}, {os.cpu_count()} processors, Linux {os.uname().release}{versions}"
 
 
