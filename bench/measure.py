@@ -266,7 +266,7 @@ def report(rounds, fetching, lines, drawing, starts):
             each["share"] = each[key] / each["seconds"]
     compare("processor time on a line of 125 MB/s, of one processor",
             best(lines[FAST], "share"), 0.15, "{:.1%}")
-    compare("the same of the window's thread at 1 MB/s; target: a bare window at 60 frames a second",
+    compare("the window's thread at 1 MB/s, of one processor; target: a bare window at 60 Hz",
             best(lines[SLOW], "share"), drawing, "{:.1%}")
     # Nothing of the noise adds to memory: the most counts against the least.
     compare("memory for 10 GiB, more than for 1 MiB", max(each["peak"] for each in lines[LARGE]) -
