@@ -67,7 +67,6 @@ def main():
     bundle, version, architecture, origins = sys.argv[1:]
     bundle = pathlib.Path(bundle)
     licences = bundle / "licences"
-    licences.mkdir()
 
     def keep_licence(name, text):
         (licences / name).write_text(text, encoding="utf-8")
@@ -77,8 +76,6 @@ def main():
             if source.is_file():
                 (licences / f"{common}.txt").write_bytes(source.read_bytes())
 
-    own_licence = pathlib.Path(__file__).parent.parent / "LICENSE"
-    keep_licence("kestrel.txt", own_licence.read_text(encoding="utf-8"))
     carried = {}
     for library in pathlib.Path(origins).read_text(encoding="utf-8").split():
         carried.setdefault(package_of(library), []).append(f"lib/{os.path.basename(library)}")

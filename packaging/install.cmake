@@ -2,7 +2,8 @@
 #   cmake --install BUILD --prefix /usr                         the system layout
 #   cmake --install BUILD --prefix FOLDER --component bundle    the program with locale/ beside it,
 #                                                               to be put anywhere
-# and packages of both: "cpack -G DEB" of the first, "cpack -G TGZ" of the second.
+# and packages of both: "cpack -G DEB" of the first, "cpack -G TGZ" of the second. With
+# KESTREL_PORTABLE the second is what scripts/make-bundle puts the libraries beside.
 
 set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
@@ -39,14 +40,21 @@ function(install_compressed source name destination)
 endfunction()
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/packaging)
 install_compressed(${PROJECT_SOURCE_DIR}/docs/kestrel.1 kestrel.1 ${CMAKE_INSTALL_MANDIR}/man1)
-install_compressed(${CMAKE_CURRENT_LIST_DIR}/changelog changelog ${CMAKE_INSTALL_DOCDIR})
+if(KESTREL_MAINTAINER)
+    configure_file(${CMAKE_CURRENT_LIST_DIR}/changelog.in ${PROJECT_BINARY_DIR}/packaging/changelog @ONLY)
+    install_compressed(${PROJECT_BINARY_DIR}/packaging/changelog changelog ${CMAKE_INSTALL_DOCDIR})
+endif()
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/copyright
     DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT system)
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/lintian-overrides
     DESTINATION share/lintian/overrides RENAME kestrel COMPONENT system)
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/kestrel.desktop
+    DESTINATION share/applications COMPONENT system)
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE
+    DESTINATION licences RENAME kestrel.txt COMPONENT bundle EXCLUDE_FROM_ALL)
 
 set(CPACK_GENERATOR TGZ DEB)
-set(CPACK_PACKAGE_CONTACT "Kestrel developers <kestrel@example.invalid>")
+set(CPACK_PACKAGE_CONTACT "${KESTREL_MAINTAINER}")
 set(CPACK_PACKAGE_FILE_NAME kestrel-${PROJECT_VERSION}-linux-${CMAKE_SYSTEM_PROCESSOR})
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_LIST_DIR}/layouts.cmake)
 set(CPACK_STRIP_FILES ON)
