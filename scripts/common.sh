@@ -18,11 +18,9 @@ packages_of() {
 # install_dependencies DEPENDENCY...: installs what is missing, if anything is; the only step that
 # needs the network and root.
 install_dependencies() {
-    if apt-get satisfy -qq --simulate --no-install-recommends "$@" 2>&1 | grep -q .; then
-        as_root apt-get update -q
-        as_root env DEBIAN_FRONTEND=noninteractive \
-            apt-get satisfy -y -q --no-install-recommends "$@"
-    fi
+    [[ -n $(apt-get satisfy -qq --simulate --no-install-recommends "$@" 2>&1) ]] || return 0
+    as_root apt-get update -q
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get satisfy -y -q --no-install-recommends "$@"
 }
 
 # install_packages SECTION...: installs what is missing of these sections.
