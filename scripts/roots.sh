@@ -59,6 +59,8 @@ in_root() {
     unshare --mount --pid --fork --kill-child bash -euc '
         root=$1
         shift
+        # A mount of its own, without which nothing in it could do the same again.
+        mount --bind "$root" "$root"
         mount -t proc proc "$root/proc"
         mount --rbind /dev "$root/dev"
         mkdir -p "$root/kestrel"
