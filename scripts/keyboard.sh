@@ -21,3 +21,11 @@ answer() {
     wait_for "$1"
     xdotool key Return
 }
+
+# in_language LANGUAGE LOCALE-FOLDER TEXT: the text as the catalogue has it. The gettext command would
+# need a locale that is installed.
+in_language() {
+    python3 -c 'import gettext, sys
+language, folder, text = sys.argv[1:]
+print(gettext.translation("kestrel", folder, [language]).gettext(text))' "$@"
+}

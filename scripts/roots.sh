@@ -25,20 +25,34 @@ sources_of() {
             }'
 }
 
-# make_root NAME SUITE PACKAGE...: makes build/roots/NAME with these packages, and a user "guest", if
-# it is not there.
+# emulate ARCHITECTURE: programs of another architecture than this machine's run from now on.
+emulate() {
+    local handler
+    [[ $1 != "$(dpkg --print-architecture)" ]] || return 0
+    install_packages emulation
+    handler=qemu-$(dpkg-architecture -a "$1" -q DEB_HOST_GNU_CPU 2>/dev/null)
+    mountpoint -q /proc/sys/fs/binfmt_misc ||
+        mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc
+    # As the package does it where something like systemd runs.
+    [[ -e /proc/sys/fs/binfmt_misc/$handler ]] ||
+        cat "/usr/lib/binfmt.d/$handler.conf" >/proc/sys/fs/binfmt_misc/register
+}
+
+# make_root NAME SUITE ARCHITECTURE PACKAGE...: makes build/roots/NAME with these packages, and a user
+# "guest", if it is not there.
 make_root() {
-    local name=$1 suite=$2 root sources
+    local name=$1 suite=$2 architecture=$3 root sources
     root=$PWD/build/roots/$name
-    shift 2
+    shift 3
     [[ ! -e $root ]] || return 0
+    emulate "$architecture"
     install_packages roots
     sources=$(sources_of "$suite") || { echo "This machine's apt knows no Debian archive." >&2; return 1; }
     echo "Making $root"
     mkdir -p build/roots
     rm -rf "$root.part"
-    debootstrap --variant=minbase "$suite" "$root.part" "$(awk 'NR == 1 { print $2 }' <<<"$sources")" \
-        >"$root.log" 2>&1 || { tail "$root.log" >&2; return 1; }
+    debootstrap --variant=minbase --arch="$architecture" "$suite" "$root.part" \
+        "$(awk 'NR == 1 { print $2 }' <<<"$sources")" >"$root.log" 2>&1 || { tail "$root.log" >&2; return 1; }
     echo "$sources" >"$root.part/etc/apt/sources.list"
     apt-config dump | grep -i -e '^Acquire::.*proxy' -e '^Acquire::Check-' \
         >"$root.part/etc/apt/apt.conf.d/00machine" || true
