@@ -1,5 +1,6 @@
 #include "app/KestrelApp.h"
 
+#include "app/CatalogueLoader.h"
 #include "window/KestrelFrame.h"
 
 #include <wx/cmdline.h>
@@ -9,6 +10,17 @@
 #include <wx/log.h>
 #include <wx/socket.h>
 #include <wx/translation.h>
+
+#include <gtk/gtk.h>
+
+#include <clocale>
+#include <cstring>
+#include <vector>
+
+#include <fcntl.h>
+#include <langinfo.h>
+#include <signal.h>
+#include <unistd.h>
 
 namespace
 {
@@ -33,9 +45,59 @@ void ReportAssert(const wxString& file, int line, const wxString& function,
 }
 #endif
 
+// A descriptor that is closed would go to the first socket, with all that is meant for standard
+// error.
+void OpenStandardDescriptors()
+{
+    int descriptor = STDIN_FILENO;
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO)
+        descriptor = open("/dev/null", O_RDWR);
+    if (descriptor > STDERR_FILENO)
+        close(descriptor);
+}
+
+// Paths and the environment are UTF-8 on today's systems, whatever the locale says, and also where
+// the user's locale is not installed.
+void ReadTextsAsUtf8()
+{
+    if (strcmp(nl_langinfo(CODESET), "UTF-8") != 0)
+        setlocale(LC_CTYPE, "C.UTF-8");
+}
+
+// The locale "C" means texts as they are in the program. The toolkit knows no such language and
+// would take one from a variable that does not count then.
+void DropOverriddenLanguages()
+{
+    wxString locale;
+    for (const char* const variable : {"LC_ALL", "LC_MESSAGES", "LANG"})
+        if (wxGetEnv(variable, &locale) && !locale.empty())
+            break;
+    if (locale == "C" || locale == "POSIX" || locale.StartsWith("C."))
+        for (const char* const variable : {"LC_MESSAGES", "LANG", "LANGUAGE"})
+            wxUnsetEnv(variable);
+}
+
 } // namespace
 
-wxIMPLEMENT_APP(KestrelApp);
+wxIMPLEMENT_APP_NO_MAIN(KestrelApp);
+
+int main(int argc, char** argv)
+{
+    OpenStandardDescriptors();
+    // A limit on the size of files is then an error of writing, as a full disk is.
+    signal(SIGXFSZ, SIG_IGN);
+
+    // The toolkit would read the arguments as the locale has it.
+    std::vector<wxWCharBuffer> texts;
+    std::vector<wchar_t*> arguments;
+    for (int i = 0; i < argc; ++i)
+    {
+        texts.push_back(wxConvWhateverWorks.cMB2WC(argv[i]));
+        arguments.push_back(texts.back().data());
+    }
+    arguments.push_back(nullptr);
+    return wxEntry(argc, arguments.data());
+}
 
 wxIMPLEMENT_CLASS(KestrelApp, wxApp);
 
@@ -48,22 +110,26 @@ bool KestrelApp::OnInit()
     wxSetAssertHandler(ReportAssert);
 #endif
 
+    ReadTextsAsUtf8();
+
     // The catalogues lie beside the executable.
     wxFileName program(argc > 0 ? argv[0] : wxString());
     program.Normalize(wxPATH_NORM_ENV_VARS | wxPATH_NORM_DOTS | wxPATH_NORM_TILDE |
                           wxPATH_NORM_ABSOLUTE | wxPATH_NORM_LONG | wxPATH_NORM_SHORTCUT,
                       wxEmptyString, wxPATH_NATIVE);
-    wxLocale::AddCatalogLookupPathPrefix(program.GetPath(wxPATH_GET_VOLUME | wxPATH_GET_SEPARATOR) +
-                                         "locale");
     // The toolkit's own object, not the locale's: a download thread may look a text up until the
     // process ends, when the application object has gone.
     wxTranslations::Set(new wxTranslations);
+    CatalogueLoader* const loader = new CatalogueLoader(program.GetFullPath());
+    wxTranslations::Get()->SetLoader(loader);
+    DropOverriddenLanguages();
     // A language whose locale is not installed is no news to its user, and texts are translated all
     // the same; nor can the user do anything about a catalogue that is broken.
     bool translated = false;
     {
         const wxLogNull quiet;
         m_locale.Init(wxLANGUAGE_DEFAULT, wxLOCALE_LOAD_DEFAULT);
+        ReadTextsAsUtf8(); // which initialising undoes
         translated = m_locale.AddCatalog("kestrel");
     }
     if (!translated && wxLocale::GetSystemLanguage() != wxLANGUAGE_ENGLISH_US)
@@ -72,8 +138,20 @@ bool KestrelApp::OnInit()
     if (!wxApp::OnInit())
         return false;
 
+    // Only now is it known whether the user wants to read this.
+    for (const wxString& catalogue : loader->GetDamaged())
+        wxLogVerbose("The catalogue '%s' is damaged", catalogue);
+
     wxInitAllImageHandlers();
     wxSocketBase::Initialize();
+
+    // No window here has handlers of these, which the toolkit would send after every other event.
+    wxIdleEvent::SetMode(wxIDLE_PROCESS_SPECIFIED);
+    wxUpdateUIEvent::SetMode(wxUPDATE_UI_PROCESS_SPECIFIED);
+    // The name of the desktop file, by which a desktop finds the program's name and icon.
+    g_set_prgname("kestrel");
+    SetClassName("kestrel");
+    gtk_window_set_default_icon_name("system-software-update");
 
     KestrelFrame* const frame =
         // TRANSLATORS: The title of the window: the program's name, which is kept as it is.

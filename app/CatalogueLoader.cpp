@@ -1,0 +1,87 @@
+#include "app/CatalogueLoader.h"
+
+#include <wx/file.h>
+#include <wx/filename.h>
+#include <wx/stdpaths.h>
+#include <wx/utils.h>
+
+#include <cstdint>
+#include <cstring>
+
+namespace
+{
+
+// Whether the tables and texts of a catalogue in the GNU MO format lie inside it. Its header is
+// seven numbers: a magic number, which shows the byte order, the revision, the count of texts, and
+// where the tables of originals and of translations begin; two more are not used. A table holds the
+// length and the place of each text, behind which a NUL follows.
+bool IsWhole(const wxMemoryBuffer& catalogue)
+{
+    constexpr uint32_t MAGIC = 0x950412DE, MAGIC_SWAPPED = 0xDE120495;
+    constexpr uint64_t HEADER_SIZE = 28, ENTRY_SIZE = 8;
+
+    const char* const data = static_cast<const char*>(catalogue.GetData());
+    const uint64_t size = catalogue.GetDataLen();
+    if (size < HEADER_SIZE)
+        return false;
+    bool swapped = false;
+    const auto number = [&](uint64_t place) -> uint64_t
+    {
+        uint32_t value = 0;
+        memcpy(&value, data + place, sizeof(value));
+        return swapped ? wxUINT32_SWAP_ALWAYS(value) : value;
+    };
+    swapped = number(0) == MAGIC_SWAPPED;
+    if (number(0) != MAGIC)
+        return false;
+
+    const uint64_t count = number(8);
+    for (const uint64_t table : {number(12), number(16)})
+    {
+        if (table + count * ENTRY_SIZE > size)
+            return false;
+        for (uint64_t entry = table; entry < table + count * ENTRY_SIZE; entry += ENTRY_SIZE)
+        {
+            const uint64_t end = number(entry) + number(entry + 4);
+            if (end >= size || data[end] != '\0')
+                return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+CatalogueLoader::CatalogueLoader(const wxString& programPath)
+{
+    const wxString executable = wxStandardPaths::Get().GetExecutablePath();
+    for (const wxString& program : {programPath, executable})
+    {
+        m_folders.push_back(wxFileName(program).GetPathWithSep() + "locale");
+        AddCatalogLookupPathPrefix(m_folders.back());
+    }
+    for (const wxString& prefix : {wxStandardPaths::Get().GetInstallPrefix(), wxGetInstallPrefix()})
+        m_folders.push_back(prefix + "/share/locale");
+}
+
+wxMsgCatalog* CatalogueLoader::LoadCatalog(const wxString& domain, const wxString& lang)
+{
+    for (const wxString& folder : m_folders)
+        for (const char* const layout : {"/LC_MESSAGES/", "/"})
+        {
+            const wxString path = folder + "/" + lang + layout + domain + ".mo";
+            wxFile file;
+            if (!wxFileName::FileExists(path) || !file.Open(path))
+                continue;
+            const size_t size = static_cast<size_t>(file.Length());
+            wxMemoryBuffer data(size);
+            data.SetDataLen(static_cast<size_t>(file.Read(data.GetData(), size)));
+            if (IsWhole(data))
+                return wxMsgCatalog::CreateFromData(
+                    wxScopedCharBuffer::CreateNonOwned(static_cast<const char*>(data.GetData()),
+                                                       data.GetDataLen()),
+                    domain);
+            m_damaged.push_back(path);
+        }
+    return nullptr;
+}
