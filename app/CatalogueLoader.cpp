@@ -36,6 +36,8 @@ bool IsWhole(const wxMemoryBuffer& catalogue)
         return false;
 
     const uint64_t count = number(8);
+    if (count == 0) // the first text, which says how the others are encoded, is read in any case
+        return false;
     for (const uint64_t table : {number(12), number(16)})
     {
         if (table + count * ENTRY_SIZE > size)
