@@ -3,8 +3,9 @@
 #include "download/wxDownloadEvent.h"
 #include "download/wxDownloadFile.h"
 #include "window/FileInfo.h"
+#include "window/NameText.h"
 #include "window/QuietLog.h"
-#include "window/RowName.h"
+#include "window/ValueText.h"
 
 #include <wx/crt.h>
 #include <wx/filedlg.h>
@@ -17,10 +18,7 @@
 #include <wx/sizer.h>
 #include <wx/statbox.h>
 #include <wx/stattext.h>
-#include <wx/uri.h>
 #include <wx/utils.h>
-
-#include <algorithm>
 
 namespace
 {
@@ -28,25 +26,11 @@ namespace
 // Bytes between two progress reports: often enough for a calm display on a slow line.
 constexpr wxLongLong_t PROGRESS_INTERVAL = 16384;
 
-// How long a text may wait until the window is made wide enough for it, in milliseconds: about one
-// frame on the screen.
-constexpr int FIT_DELAY = 20;
-
 constexpr int VERSION_PARTS = 4;
 
 wxString GetSeparator()
 {
     return wxString(wxFileName::GetPathSeparators(wxPATH_NATIVE)[0]);
-}
-
-// Returns the URL with another host in place of an IPv6 literal, behind which wxURI finds no path.
-wxString WithPlainHost(const wxString& url)
-{
-    const size_t host = url.find("//") + 2;
-    const size_t path = std::min(url.find_first_of("/?#", host), url.length());
-    if (host < 2 || url.find('[', host) >= path)
-        return url;
-    return url.Left(host) + "host" + url.Mid(path);
 }
 
 } // namespace
@@ -78,25 +62,23 @@ bool KestrelFrame::Create(wxWindow* parent, wxWindowID id, const wxString& title
     m_installerLink.clear();
     m_download = nullptr;
 
-    // The directory that the system makes temporary files in is where one has just been made. Where
-    // none can be made, the file information finds another place, or a box of its own.
-    wxString probe;
+    // Creating a file is how we learn the temporary directory. Where that fails, the file
+    // information finds another place, or a box of its own.
+    wxFileName probe;
     {
         const QuietLog quiet;
         probe = wxFileName::CreateTempFileName("nvrFile");
-        wxRemoveFile(probe);
+        wxRemoveFile(probe.GetFullPath());
     }
-    m_tempDir = wxFileName(probe).GetPath(wxPATH_GET_VOLUME) + GetSeparator();
+    if (probe.IsOk())
+        probe.MakeAbsolute();
+    m_tempDir = probe.GetPath(wxPATH_GET_VOLUME) + GetSeparator();
 
     wxFrame::Create(parent, id, title, pos, size, style, wxASCII_STR(wxFrameNameStr));
     CreateControls();
     GetSizer()->Fit(this);
     GetSizer()->SetSizeHints(this);
     Centre(wxBOTH);
-    m_fitTimer.SetOwner(this);
-    Bind(wxEVT_TIMER, &KestrelFrame::OnFit, this, m_fitTimer.GetId());
-    // With GTK 3 to raise a hidden window is to show it.
-    Bind(wxEVT_SHOW, &KestrelFrame::OnShow, this);
     return true;
 }
 
@@ -123,12 +105,8 @@ void KestrelFrame::CreateControls()
     {
         wxStaticText* const name = new wxStaticText(panel, wxID_STATIC, label);
         grid->Add(name, 0, wxALIGN_CENTER_VERTICAL | wxALL, 5);
-        wxStaticText* const cell =
-            new wxStaticText(panel, valueId, value, wxDefaultPosition, wxSize(100, -1));
-        // Measuring the text at every report would cost more than all the rest of the report.
-        cell->ToggleWindowStyle(wxST_NO_AUTORESIZE);
+        wxStaticText* const cell = new ValueText(panel, valueId, value, name);
         grid->Add(cell, 0, wxALIGN_CENTER_HORIZONTAL | wxALIGN_CENTER_VERTICAL | wxALL, 5);
-        NameRow(name, cell);
         return cell;
     };
     // TRANSLATORS: The three rows' labels end with a colon; their values stand to the right.
@@ -142,36 +120,12 @@ void KestrelFrame::CreateControls()
                             _("0%"));
 }
 
-void KestrelFrame::OnShow(wxShowEvent& event)
-{
-    Unbind(wxEVT_SHOW, &KestrelFrame::OnShow, this);
-    m_isOnScreen = true;
-    Raise();
-    Centre(wxBOTH);
-    m_decorations = GetSize() - GetClientSize();
-    Bind(wxEVT_SIZE, &KestrelFrame::OnSize, this);
-    if (m_early)
-        QueueEvent(m_early.release());
-    event.Skip();
-}
-
-// The decorations count as part of the window from when the window manager has told of them.
-void KestrelFrame::OnSize(wxSizeEvent& event)
-{
-    if (GetSize() - GetClientSize() != m_decorations)
-    {
-        Unbind(wxEVT_SIZE, &KestrelFrame::OnSize, this);
-        Centre(wxBOTH);
-    }
-    event.Skip();
-}
-
 void KestrelFrame::OnClose(wxCloseEvent& event)
 {
     if (m_download)
     {
         m_download->CancelDownload();
-        HoldLog(false);
+        m_logPause.End();
     }
 
     // From here on the window listens to nothing: neither to a report that is still in the queue,
@@ -212,20 +166,8 @@ void KestrelFrame::StartDownload(const wxString& url, const wxString& localFile,
         new wxDownloadFile(this, url.Clone(), localFile.Clone(), true, PROGRESS_INTERVAL, limit);
     m_downloadStart = wxDateTime::Now();
     // Without a thread no report will come, and the log must not wait for one.
-    HoldLog(m_download->IsAlive());
-}
-
-// Holds back the log's boxes during a download, or shows what has been held back. Otherwise the
-// box of a report could open over a log box that nobody has answered yet.
-void KestrelFrame::HoldLog(bool hold)
-{
-    if (hold == m_logHeld)
-        return;
-    m_logHeld = hold;
-    if (hold)
-        wxLog::Suspend();
-    else
-        wxLog::Resume();
+    if (m_download->IsAlive())
+        m_logPause.Begin();
 }
 
 void KestrelFrame::LetGoOfDownload()
@@ -233,7 +175,7 @@ void KestrelFrame::LetGoOfDownload()
     if (m_download)
         m_download->CancelDownload();
     m_download = nullptr;
-    HoldLog(false);
+    m_logPause.End();
 }
 
 // static
@@ -345,11 +287,11 @@ void KestrelFrame::ReportFailure(const wxDownloadEvent& event)
 {
     if (event.GetFileError() != 0)
     {
+        const wxString name = event.GetDownloadedFile().AfterLast('/');
         CloseWithMessage(
             // TRANSLATORS: The first '%s' is the name of the file, the second the system's reason.
             // xgettext:c-format
-            wxString::Format(_("The file '%s' could not be saved: %s."),
-                             event.GetDownloadedFile().AfterLast('/'),
+            wxString::Format(_("The file '%s' could not be saved: %s."), ShortenForBox(name, this),
                              wxSysErrorMsgStr(static_cast<unsigned long>(event.GetFileError()))),
             _("File Not Saved"));
         return;
@@ -360,19 +302,14 @@ void KestrelFrame::ReportFailure(const wxDownloadEvent& event)
         wxString::Format(_("Unable to download file '%s'.\n"
                            "Please verify that your have a working internet connection and "
                            "that the file is available at that address."),
-                         GetFileNameFromURL(event.GetURL())),
+                         ShortenForBox(GetFileNameFromURL(event.GetURL()), this)),
         _("Website Unreachable"));
 }
 
 void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
 {
-    // The toolkit puts a window on the screen some moments after it was shown. A box that opened
-    // before would find no window to stand over.
-    if (IsShown() && !m_isOnScreen && event.GetDownloadStatus() != wxDOWNLOAD_INPROGRESS)
-    {
-        m_early.reset(event.Clone());
+    if (event.GetDownloadStatus() != wxDOWNLOAD_INPROGRESS && m_appearance.Postpone(event))
         return;
-    }
 
     switch (event.GetDownloadStatus())
     {
@@ -391,27 +328,35 @@ void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
         if (event.GetDownloadedFile() == m_fileInfoPath)
             ProcessFileInfo();
         else
+        {
+            WarnIfCut(event);
             ShowInstallerDownloaded();
+        }
         break;
     }
 }
 
+// A server that ends the transfer too early leaves an installer that may not work.
+void KestrelFrame::WarnIfCut(const wxDownloadEvent& event)
+{
+    if (event.GetDownloadedBytes() < event.GetFileSize())
+        // TRANSLATORS: The first two '%s' are sizes, as in "Only 1.50 MB of 4.00 MB", the third is
+        // the name of the file.
+        // xgettext:c-format
+        wxLogWarning(_("Only %s of %s of '%s' have arrived."),
+                     FormatFileSize(event.GetDownloadedBytes()),
+                     FormatFileSize(event.GetFileSize()),
+                     ShortenForBox(event.GetDownloadedFile().AfterLast('/'), this));
+}
+
 void KestrelFrame::ShowProgress(const wxDownloadEvent& event)
 {
-    if (event.GetURL() != m_shownURL)
-    {
-        m_shownURL = event.GetURL();
-        const wxString name = GetFileNameFromURL(m_shownURL);
-        if (name.Cmp(m_fileNameText->GetLabelText()) != 0)
-            SetValue(m_fileNameText, name);
-    }
-    if (event.GetFileSize() != m_shownSize)
-    {
-        m_shownSize = event.GetFileSize();
-        const wxString size = FormatFileSize(m_shownSize);
-        if (size.Cmp(m_fileSizeText->GetLabelText()) != 0)
-            SetValue(m_fileSizeText, size);
-    }
+    const wxString name = GetFileNameFromURL(event.GetURL());
+    if (name.Cmp(m_fileNameText->GetLabelText()) != 0)
+        m_fileNameText->SetLabelText(name);
+    const wxString size = FormatFileSize(event.GetFileSize());
+    if (size.Cmp(m_fileSizeText->GetLabelText()) != 0)
+        m_fileSizeText->SetLabelText(size);
 
     // As wxDateTime::Now(), without its way through the local time and back.
     const wxDateTime now(wxDateTime::GetTimeNow());
@@ -426,35 +371,7 @@ void KestrelFrame::ShowProgress(const wxDownloadEvent& event)
                               ? wxString::Format("%.2f %%", static_cast<float>(downloaded) /
                                                                 static_cast<float>(total) * 100.0)
                               : FormatFileSize(downloaded);
-    SetValue(m_progressText, wxString::Format("%s (%.2f kBps)", done, rate));
-}
-
-void KestrelFrame::SetValue(wxStaticText* cell, const wxString& text)
-{
-    cell->SetLabelText(text);
-    if (!m_fitTimer.IsRunning())
-        m_fitTimer.StartOnce(FIT_DELAY);
-}
-
-// Shows the texts whole: a window too narrow for them grows evenly to both sides, so that it stays
-// where the user sees it, and keeps that size.
-void KestrelFrame::OnFit(wxTimerEvent&)
-{
-    for (wxStaticText* const cell : {m_fileNameText, m_fileSizeText, m_progressText})
-    {
-        cell->InvalidateBestSize(); // which a text without its own measuring does not do
-        const wxSize needed = cell->GetBestSize();
-        if (needed.x <= cell->GetMinWidth())
-            continue;
-        cell->SetMinSize(wxSize(needed.x, cell->GetMinHeight()));
-        cell->GetParent()->InvalidateBestSize();
-        const wxSize fitting = GetSizer()->ComputeFittingWindowSize(this);
-        SetMinSize(fitting);
-        const wxSize growth = fitting - GetSize();
-        if (growth.x > 0)
-            SetSize(GetRect().Inflate(growth.x / 2 + growth.x % 2, 0));
-        Layout();
-    }
+    m_progressText->SetLabelText(wxString::Format("%s (%.2f kBps)", done, rate));
 }
 
 // static
@@ -476,5 +393,5 @@ wxString KestrelFrame::FormatFileSize(wxLongLong_t size)
 // static
 wxString KestrelFrame::GetFileNameFromURL(const wxString& url)
 {
-    return wxURI(WithPlainHost(url)).GetPath().AfterLast('/');
+    return GetLastSegment(url);
 }

@@ -7,12 +7,11 @@
 #pragma once
 
 #include "window/FileInfoPlace.h"
+#include "window/FirstAppearance.h"
+#include "window/LogPause.h"
 
 #include <wx/datetime.h>
 #include <wx/frame.h>
-#include <wx/timer.h>
-
-#include <memory>
 
 class wxDownloadEvent;
 class wxDownloadFile;
@@ -79,18 +78,14 @@ public:
     static wxString GetFileNameFromURL(const wxString& url);
 
 private:
-    void OnShow(wxShowEvent& event);
-    void OnSize(wxSizeEvent& event);
     void OnClose(wxCloseEvent& event);
     void OnDownloadEvent(wxDownloadEvent& event);
-    void OnFit(wxTimerEvent& event);
 
     void StartDownload(const wxString& url, const wxString& localFile, wxLongLong_t limit = -1);
     void LetGoOfDownload();
-    void HoldLog(bool hold);
+    void WarnIfCut(const wxDownloadEvent& event);
     void ReportFailure(const wxDownloadEvent& event);
     void ShowProgress(const wxDownloadEvent& event);
-    void SetValue(wxStaticText* cell, const wxString& text);
     void CloseWithMessage(const wxString& message, const wxString& caption);
 
     wxStaticText* m_fileNameText = nullptr;
@@ -105,14 +100,9 @@ private:
     wxString m_installerLink;             // URL of the installer
     wxDownloadFile* m_download = nullptr; // the running download, let go of exactly once
     wxDateTime m_downloadStart;           // when it was started
-    bool m_logHeld = false;               // whether the log's boxes wait
-    FileInfoPlace m_place;
-    bool m_isOnScreen = false;
-    std::unique_ptr<wxEvent> m_early; // a report that waits until the window is on the screen
-    wxSize m_decorations;             // when the window was put there
-    wxString m_shownURL;              // what the file name shown was taken from
-    wxLongLong_t m_shownSize = -1;    // in bytes, what the size shown says; -1 for none yet
-    wxTimer m_fitTimer;               // runs when a text may not fit
+    FileInfoPlace m_place;                // of m_fileInfoPath
+    FirstAppearance m_appearance{this};
+    LogPause m_logPause; // while a download runs
 
     wxDECLARE_CLASS(KestrelFrame);
     wxDECLARE_EVENT_TABLE();

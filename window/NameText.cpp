@@ -1,0 +1,57 @@
+#include "window/NameText.h"
+
+#include <wx/control.h>
+#include <wx/dcclient.h>
+#include <wx/display.h>
+#include <wx/uri.h>
+
+#include <algorithm>
+
+namespace
+{
+
+constexpr size_t LENGTH_LIMIT = 1000; // in characters
+
+// Returns the URL with another host in place of an IPv6 literal, behind which wxURI finds no path.
+// A host follows the "//" that the URL or what is behind its scheme begins with.
+wxString WithPlainHost(const wxString& url)
+{
+    const size_t colon = url.find_first_of(":/?#");
+    const size_t start = colon != wxString::npos && url[colon] == ':' ? colon + 1 : 0;
+    if (url.compare(start, 2, "//") != 0)
+        return url;
+    const size_t host = start + 2;
+    const size_t path = std::min(url.find_first_of("/?#", host), url.length());
+    if (url.find('[', host) >= path)
+        return url;
+    return url.Left(host) + "host" + url.Mid(path);
+}
+
+} // namespace
+
+const wxString& GetLastSegment(const wxString& url)
+{
+    // Each of the many reports of a download asks for the same one.
+    static wxString lastUrl, lastName;
+    if (url != lastUrl)
+    {
+        lastUrl = url;
+        lastName = wxURI(WithPlainHost(url)).GetPath().AfterLast('/');
+    }
+    return lastName;
+}
+
+wxString BoundText(const wxString& text)
+{
+    if (text.length() <= LENGTH_LIMIT)
+        return text;
+    return text.Left(LENGTH_LIMIT / 2) + "..." + text.Right(LENGTH_LIMIT / 2);
+}
+
+wxString ShortenForBox(const wxString& text, wxWindow* window)
+{
+    const wxClientDC dc(window);
+    return wxControl::Ellipsize(BoundText(text), dc, wxELLIPSIZE_MIDDLE,
+                                wxDisplay(window).GetClientArea().width / 2,
+                                wxELLIPSIZE_FLAGS_NONE);
+}

@@ -1,0 +1,96 @@
+#include "window/ValueText.h"
+
+#include "window/NameText.h"
+
+#include <wx/display.h>
+#include <wx/sizer.h>
+#include <wx/toplevel.h>
+
+#include <gtk/gtk.h>
+
+#include <algorithm>
+
+namespace
+{
+
+constexpr int INITIAL_WIDTH = 100; // in pixels
+constexpr int FRAME_TIME = 16;     // milliseconds for which most displays show one picture
+
+} // namespace
+
+ValueText::ValueText(wxWindow* parent, wxWindowID id, const wxString& text,
+                     const wxStaticText* label)
+    : wxStaticText(parent, id, text, wxDefaultPosition, wxSize(INITIAL_WIDTH, -1)), m_timer(this)
+{
+    // The width follows from the text only when the window is fitted to it.
+    ToggleWindowStyle(wxST_NO_AUTORESIZE);
+    gtk_label_set_ellipsize(GTK_LABEL(m_widget), PANGO_ELLIPSIZE_MIDDLE);
+    // GTK makes of this the relations "label for" and "labelled by".
+    gtk_label_set_mnemonic_widget(GTK_LABEL(label->GetHandle()), m_widget);
+    Bind(wxEVT_TIMER, &ValueText::OnTimer, this);
+    Register();
+}
+
+void ValueText::SetLabel(const wxString& text)
+{
+    m_labelOrig = text;
+    m_waiting = true;
+    if (!m_timer.IsRunning())
+        HandOver();
+}
+
+int ValueText::Enter(wxDialog*)
+{
+    HandOver();
+    return wxID_NONE;
+}
+
+void ValueText::OnTimer(wxTimerEvent&)
+{
+    HandOver();
+}
+
+void ValueText::HandOver()
+{
+    if (!m_waiting)
+        return;
+    m_waiting = false;
+    m_timer.StartOnce(FRAME_TIME);
+
+    const wxString text = BoundText(GetLabelText());
+    gtk_label_set_text(GTK_LABEL(m_widget), text.utf8_str());
+    InvalidateBestSize();
+    const int width = GetBestSize().x;
+    if (width > GetMinWidth())
+        FitWindow(width);
+    const wxString tip = width > GetMinWidth() ? text : wxString();
+    if (tip != GetToolTipText())
+        SetToolTip(tip);
+}
+
+// Makes the window wide enough for a text of this width, in pixels, or as wide as the display. It
+// grows evenly to both sides, so that it stays where the user sees it, and keeps that size.
+void ValueText::FitWindow(int width)
+{
+    wxTopLevelWindow& window = dynamic_cast<wxTopLevelWindow&>(*wxGetTopLevelParent(this));
+    const wxRect display = wxDisplay(&window).GetClientArea();
+    const auto setWidth = [&](int newWidth)
+    {
+        SetMinSize(wxSize(newWidth, GetMinHeight()));
+        return window.ClientToWindowSize(window.GetSizer()->CalcMin());
+    };
+    wxSize fitting = setWidth(width);
+    if (fitting.x > display.width)
+        fitting = setWidth(width - (fitting.x - display.width));
+
+    window.SetMinSize(fitting);
+    wxRect rect = window.GetRect();
+    const int growth = fitting.x - rect.width;
+    if (growth > 0)
+    {
+        rect.Inflate(growth / 2 + growth % 2, 0);
+        rect.x = std::max(display.x, std::min(rect.x, display.GetRight() + 1 - rect.width));
+        window.SetSize(rect);
+    }
+    window.Layout();
+}
