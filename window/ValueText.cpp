@@ -15,6 +15,7 @@ namespace
 
 constexpr int INITIAL_WIDTH = 100; // in pixels
 constexpr int FRAME_TIME = 16;     // milliseconds for which most displays show one picture
+constexpr size_t TIP_LINE = 80;    // characters in a line of the tooltip
 
 } // namespace
 
@@ -63,9 +64,21 @@ void ValueText::HandOver()
     const int width = GetBestSize().x;
     if (width > GetMinWidth())
         FitWindow(width);
-    const wxString tip = width > GetMinWidth() ? text : wxString();
-    if (tip != GetToolTipText())
-        SetToolTip(tip);
+    ShowWhole(width > GetMinWidth() ? text : wxString());
+}
+
+// Makes a text that had to be shortened the tooltip, in lines that fit the display.
+void ValueText::ShowWhole(const wxString& text)
+{
+    wxString tip;
+    for (size_t place = 0; place < text.length(); place += TIP_LINE)
+        tip += (place > 0 ? "\n" : "") + text.Mid(place, TIP_LINE);
+    if (tip == GetToolTipText())
+        return;
+    SetToolTip(tip);
+    // GTK finds the static box, not the text within it, under the pointer, and goes on to the
+    // panel.
+    GetParent()->SetToolTip(tip);
 }
 
 // Makes the window wide enough for a text of this width, in pixels, or as wide as the display. It

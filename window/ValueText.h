@@ -25,6 +25,7 @@ private:
     void OnTimer(wxTimerEvent& event);
     void HandOver();
     void FitWindow(int width);
+    void ShowWhole(const wxString& text);
 
     wxTimer m_timer;        // runs while GTK is not to be bothered again
     bool m_waiting = false; // whether GTK lacks the latest text
