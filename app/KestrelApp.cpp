@@ -14,6 +14,7 @@
 #include <gtk/gtk.h>
 
 #include <clocale>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -86,6 +87,9 @@ int main(int argc, char** argv)
     OpenStandardDescriptors();
     // A limit on the size of files is then an error of writing, as a full disk is.
     signal(SIGXFSZ, SIG_IGN);
+
+    // GTK's and the toolkit's variable for the encoding of file names, unless the user has set it.
+    setenv("G_FILENAME_ENCODING", "UTF-8", 0);
 
     // The toolkit would read the arguments as the locale has it.
     std::vector<wxWCharBuffer> texts;
