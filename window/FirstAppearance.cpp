@@ -3,11 +3,12 @@
 FirstAppearance::FirstAppearance(wxTopLevelWindow* window) : m_window(window)
 {
     m_window->Bind(wxEVT_SHOW, &FirstAppearance::OnShow, this);
+    m_window->Bind(wxEVT_SIZE, &FirstAppearance::OnSize, this);
 }
 
 bool FirstAppearance::Postpone(const wxEvent& event)
 {
-    if (m_isOnScreen || !m_window->IsShown())
+    if (m_stage != HIDDEN || !m_window->IsShown())
         return false;
     m_postponed.reset(event.Clone());
     return true;
@@ -16,12 +17,12 @@ bool FirstAppearance::Postpone(const wxEvent& event)
 void FirstAppearance::OnShow(wxShowEvent& event)
 {
     event.Skip();
-    m_window->Unbind(wxEVT_SHOW, &FirstAppearance::OnShow, this);
-    m_isOnScreen = true;
+    if (m_stage != HIDDEN)
+        return;
+    m_stage = SHOWN;
     m_window->Raise();
     m_window->Centre(wxBOTH);
     m_decorations = m_window->GetSize() - m_window->GetClientSize();
-    m_window->Bind(wxEVT_SIZE, &FirstAppearance::OnSize, this);
     if (m_postponed)
         m_window->GetEventHandler()->QueueEvent(m_postponed.release());
 }
@@ -29,8 +30,8 @@ void FirstAppearance::OnShow(wxShowEvent& event)
 void FirstAppearance::OnSize(wxSizeEvent& event)
 {
     event.Skip();
-    if (m_window->GetSize() - m_window->GetClientSize() == m_decorations)
+    if (m_stage != SHOWN || m_window->GetSize() - m_window->GetClientSize() == m_decorations)
         return;
-    m_window->Unbind(wxEVT_SIZE, &FirstAppearance::OnSize, this);
+    m_stage = CENTRED;
     m_window->Centre(wxBOTH);
 }

@@ -24,8 +24,13 @@ private:
     void OnSize(wxSizeEvent& event);
 
     wxTopLevelWindow* const m_window;
-    bool m_isOnScreen = false;
-    wxSize m_decorations; // at that moment
+    enum
+    {
+        HIDDEN,
+        SHOWN,
+        CENTRED // with decorations
+    } m_stage = HIDDEN;
+    wxSize m_decorations; // when it was shown
     std::unique_ptr<wxEvent> m_postponed;
 
     wxDECLARE_NO_COPY_CLASS(FirstAppearance);
