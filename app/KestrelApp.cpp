@@ -155,7 +155,6 @@ bool KestrelApp::OnInit()
     // The name of the desktop file, by which a desktop finds the program's name and icon.
     g_set_prgname("kestrel");
     SetClassName("kestrel");
-    gtk_window_set_default_icon_name("system-software-update");
 
     KestrelFrame* const frame =
         // TRANSLATORS: The title of the window: the program's name, which is kept as it is.
@@ -163,6 +162,9 @@ bool KestrelApp::OnInit()
                          wxDefaultSize, wxCAPTION | wxCLOSE_BOX | wxSYSTEM_MENU | wxRESIZE_BORDER);
     frame->Show(true);
     frame->CheckForUpdate(m_cmdAddress, m_cmdIniSection, m_cmdVersion);
+
+    // Finding it takes some time, in which the request is under way. Dialogs get it, too.
+    gtk_window_set_default_icon_name("system-software-update");
     return true;
 }
 
