@@ -84,6 +84,7 @@ wxIMPLEMENT_APP_NO_MAIN(KestrelApp);
 
 int main(int argc, char** argv)
 {
+    wxDISABLE_DEBUG_SUPPORT();
     OpenStandardDescriptors();
     // A limit on the size of files is then an error of writing, as a full disk is.
     signal(SIGXFSZ, SIG_IGN);

@@ -2,8 +2,10 @@
 
 #include <wx/control.h>
 #include <wx/dcclient.h>
-#include <wx/display.h>
+#include <wx/gdicmn.h>
 #include <wx/uri.h>
+
+#include <gtk/gtk.h>
 
 #include <algorithm>
 
@@ -48,10 +50,21 @@ wxString BoundText(const wxString& text)
     return text.Left(LENGTH_LIMIT / 2) + "..." + text.Right(LENGTH_LIMIT / 2);
 }
 
+wxRect GetWorkArea(const wxWindow* window)
+{
+    GtkWidget* const widget = window->GetHandle();
+    GdkMonitor* const monitor = gdk_display_get_monitor_at_window(gtk_widget_get_display(widget),
+                                                                  gtk_widget_get_window(widget));
+    if (!monitor)
+        return wxRect(wxGetDisplaySize());
+    GdkRectangle area;
+    gdk_monitor_get_workarea(monitor, &area);
+    return wxRect(area.x, area.y, area.width, area.height);
+}
+
 wxString ShortenForBox(const wxString& text, wxWindow* window)
 {
     const wxClientDC dc(window);
     return wxControl::Ellipsize(BoundText(text), dc, wxELLIPSIZE_MIDDLE,
-                                wxDisplay(window).GetClientArea().width / 2,
-                                wxELLIPSIZE_FLAGS_NONE);
+                                GetWorkArea(window).width / 2, wxELLIPSIZE_FLAGS_NONE);
 }

@@ -2,7 +2,6 @@
 
 #include "window/NameText.h"
 
-#include <wx/display.h>
 #include <wx/sizer.h>
 #include <wx/toplevel.h>
 
@@ -14,7 +13,7 @@ namespace
 {
 
 constexpr int INITIAL_WIDTH = 100; // in pixels
-constexpr int FRAME_TIME = 16;     // milliseconds for which most displays show one picture
+constexpr int FRAME_TIME = 33;     // milliseconds; numbers that change faster cannot be read
 constexpr size_t TIP_LINE = 80;    // characters in a line of the tooltip
 
 } // namespace
@@ -86,7 +85,7 @@ void ValueText::ShowWhole(const wxString& text)
 void ValueText::FitWindow(int width)
 {
     wxTopLevelWindow& window = dynamic_cast<wxTopLevelWindow&>(*wxGetTopLevelParent(this));
-    const wxRect display = wxDisplay(&window).GetClientArea();
+    const wxRect display = GetWorkArea(&window);
     const auto setWidth = [&](int newWidth)
     {
         SetMinSize(wxSize(newWidth, GetMinHeight()));

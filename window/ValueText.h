@@ -2,7 +2,7 @@
 // be longer than any display.
 //
 // A text that is set can be read back at once. GTK, and through it a screen reader, is handed the
-// latest one at most some 60 times a second, and always before a box opens. The window grows with
+// latest one at most 30 times a second, and always before a box opens. The window grows with
 // the text as far as its display has room for it. What is longer is shortened in the middle, with
 // the whole as tooltip. Main thread only.
 
