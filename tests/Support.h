@@ -31,6 +31,7 @@ enum class Body
     NoLength, // whole, ended by closing the connection
     Cut,      // announced whole, closed after half
     Slow,     // a piece every few milliseconds
+    Silent,   // announced, never sent
 };
 
 class TestServer
@@ -96,7 +97,9 @@ private:
 
     bool Send(const char* data, size_t left, Body body, httplib::DataSink& sink)
     {
-        wxMilliSleep(5);
+        do
+            wxMilliSleep(5);
+        while (body == Body::Silent && !m_stopping);
         if (body == Body::Cut)
             sink.write(data, left / 2);
         else
