@@ -14,7 +14,6 @@ unset http_proxy https_proxy all_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY
 servers=()
 finish() {
     kill "${servers[@]}" 2>/dev/null || true
-    umount "$work/tiny" 2>/dev/null || true
     rm -rf "$work"
 }
 trap finish EXIT
@@ -121,13 +120,36 @@ xdotool key Return
 answer "Website Unreachable"
 ends 0 "a server gone between check and download"
 [[ ! -e $work/unmade && ! -e $work/unmade.bin ]] || fail "a file of nothing"
-if [[ $(id -u) == 0 ]] && mkdir "$work/tiny" && mount -t tmpfs -o size=4k tmpfs "$work/tiny" 2>/dev/null; then
-    head -c 4096 /dev/zero >"$work/tiny/all"
-    TMPDIR=$work/tiny start "https://127.0.0.1:$web/info.txt"
-    answer "File Not Saved"
-    ends 0 "a full disk"
-    umount "$work/tiny"
-fi
+
+echo "Any locale, folder and name will do, and closed descriptors and a limit on files"
+mkdir -p "$work/ö/Desktop"
+cp -r "$build/kestrel" "$build/locale" "$work/ö"
+ln -s "$work/ö/kestrel" "$work/linked"
+printf '[Ärger]\nVersion=2\nLink=https://127.0.0.1:%d/setup.bin\n' "$web" >"$work/web/ä.txt"
+# check COMMAND...: starts the program by a command for a check of product Ärger.
+check() {
+    "$@" --version 1 --ini-section Ärger --address "https://127.0.0.1:$web/ä.txt" &
+    program=$!
+}
+catalogue=locale/de/LC_MESSAGES/kestrel.mo
+for title in "Neue Version verfügbar" "New Version Available"; do
+    LC_ALL=de_DE.UTF-8 check "$work/linked"
+    wait_for "$title"
+    shown=$(xprop -name Kestrel WM_CLASS _MOTIF_WM_HINTS _NET_WM_STATE _NET_WM_ICON)
+    [[ $shown == *'"kestrel", '*' = 0x3, 0x26, 0x1e, 0x0, 0x0'*'Icon ('* && $shown != *ABOVE* ]] || fail "$shown"
+    kill "$program"
+    wait "$program" 2>/dev/null || true
+    head -c 900 "$build/$catalogue" >"$work/ö/$catalogue"
+done
+LC_ALL=C HOME=$work/ö TMPDIR=$work/ö check "$build/kestrel" <&- >&- 2>&-
+answer "New Version Available"
+answer "Where would you like to save this installer?"
+answer ""
+ends 0 "closed descriptors"
+cmp "$work/web/setup.bin" "$work/ö/Desktop/setup.bin" || fail "not what was served"
+check bash -c 'ulimit -f 0; exec "$@"' _ "$build/kestrel"
+answer "File Not Saved"
+ends 0 "a limit on files"
 
 echo "Closed while a box is open it ends with status 0"
 while IFS='|' read -r -a boxes; do

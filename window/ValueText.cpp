@@ -100,8 +100,9 @@ void ValueText::FitWindow(int width)
     const int growth = fitting.x - rect.width;
     if (growth > 0)
     {
-        rect.Inflate(growth / 2 + growth % 2, 0);
-        rect.x = std::max(display.x, std::min(rect.x, display.GetRight() + 1 - rect.width));
+        rect.width = fitting.x;
+        rect.x = std::min(rect.x - growth / 2, display.GetRight() + 1 - rect.width);
+        rect.x = std::max(rect.x, display.x);
         window.SetSize(rect);
     }
     window.Layout();
