@@ -89,6 +89,10 @@ int main(int argc, char** argv)
     // A limit on the size of files is then an error of writing, as a full disk is.
     signal(SIGXFSZ, SIG_IGN);
 
+    // The libraries of the application that started us are not for the programs that GTK starts to
+    // read pictures with; the loader has read the variable already, for us.
+    unsetenv("LD_LIBRARY_PATH");
+
     // GTK's and the toolkit's variable for the encoding of file names, unless the user has set it.
     setenv("G_FILENAME_ENCODING", "UTF-8", 0);
 
