@@ -52,7 +52,8 @@ public:
     Answers(int yes, const std::string& savePath) : m_yes(yes), m_savePath(savePath) { Register(); }
 
     wxString m_seen;
-    std::string m_labels; // when the last box was shown
+    std::string m_labels;    // when the last box was shown
+    bool m_punctual = false; // the installer's download begins at the start of a second
 
 protected:
     int Enter(wxDialog* dialog) override
@@ -79,7 +80,8 @@ protected:
             return wxID_CANCEL;
         save.SetPath(m_savePath);
         Pump([&] { return save.GetPath() == m_savePath; });
-        AwaitSecond(); // so that the download begins, and ends, in the first second of its own
+        if (m_punctual)
+            AwaitSecond();
         return wxID_OK;
     }
 
@@ -139,6 +141,7 @@ protected:
                     int yes = wxID_YES, const std::string& savePath = "")
     {
         Answers answers(yes, savePath);
+        answers.m_punctual = true;
         KestrelFrame* const window = NewWindow();
         window->Show();
         window->CheckForUpdate(address, section, version);

@@ -52,9 +52,10 @@ wxString BoundText(const wxString& text)
 
 wxRect GetWorkArea(const wxWindow* window)
 {
-    GtkWidget* const widget = window->GetHandle();
-    GdkMonitor* const monitor = gdk_display_get_monitor_at_window(gtk_widget_get_display(widget),
-                                                                  gtk_widget_get_window(widget));
+    // A window that was never shown has none in GDK, either.
+    GdkWindow* const drawn = gtk_widget_get_window(window->GetHandle());
+    GdkMonitor* const monitor =
+        drawn ? gdk_display_get_monitor_at_window(gdk_window_get_display(drawn), drawn) : nullptr;
     if (!monitor)
         return wxRect(wxGetDisplaySize());
     GdkRectangle area;
