@@ -28,11 +28,6 @@ constexpr wxLongLong_t PROGRESS_INTERVAL = 16384;
 
 constexpr int VERSION_PARTS = 4;
 
-wxString GetSeparator()
-{
-    return wxString(wxFileName::GetPathSeparators(wxPATH_NATIVE)[0]);
-}
-
 } // namespace
 
 wxIMPLEMENT_CLASS(KestrelFrame, wxFrame);
@@ -72,7 +67,7 @@ bool KestrelFrame::Create(wxWindow* parent, wxWindowID id, const wxString& title
     }
     if (probe.IsOk())
         probe.MakeAbsolute();
-    m_tempDir = probe.GetPath(wxPATH_GET_VOLUME) + GetSeparator();
+    m_tempDir = probe.GetPath(wxPATH_GET_VOLUME) + wxFileName::GetPathSeparator();
 
     wxFrame::Create(parent, id, title, pos, size, style, wxASCII_STR(wxFrameNameStr));
     CreateControls();
@@ -251,7 +246,7 @@ void KestrelFrame::DownloadInstaller()
     wxFileDialog dialog(
         // TRANSLATORS: Title of the dialog for saving a file.
         this, _("Where would you like to save this installer?"),
-        wxGetHomeDir() + GetSeparator() + "Desktop", name,
+        wxGetHomeDir() + wxFileName::GetPathSeparator() + "Desktop", name,
         // TRANSLATORS: The type of file, in the list of types of the dialog for saving.
         wxString::Format("%s (*.%s)|*.%s", _("Installation Package"), extension, extension),
         wxFD_SAVE | wxFD_OVERWRITE_PROMPT);
@@ -287,11 +282,11 @@ void KestrelFrame::ReportFailure(const wxDownloadEvent& event)
 {
     if (event.GetFileError() != 0)
     {
-        const wxString name = event.GetDownloadedFile().AfterLast('/');
         CloseWithMessage(
             // TRANSLATORS: The first '%s' is the name of the file, the second the system's reason.
             // xgettext:c-format
-            wxString::Format(_("The file '%s' could not be saved: %s."), ShortenForBox(name, this),
+            wxString::Format(_("The file '%s' could not be saved: %s."),
+                             ShortenForBox(event.GetDownloadedFile().AfterLast('/'), this),
                              wxSysErrorMsgStr(static_cast<unsigned long>(event.GetFileError()))),
             _("File Not Saved"));
         return;
