@@ -162,21 +162,6 @@ protected:
 
 } // namespace
 
-// The toolkit puts the first window of a process on the screen later than it says.
-TEST_F(WindowTest, BoxWaitsForTheWindow)
-{
-    Answers answers(wxID_NO, "");
-    KestrelFrame* const window = NewWindow();
-    window->Show();
-    wxDownloadEvent* const failure = new wxDownloadEvent(wxEVT_DOWNLOAD);
-    failure->SetDownloadStatus(wxDOWNLOAD_FAIL);
-    window->GetEventHandler()->QueueEvent(failure);
-    wxTheApp->ProcessPendingEvents();
-    EXPECT_EQ(answers.m_seen.empty(), !gtk_widget_get_mapped(window->GetHandle()));
-    EXPECT_TRUE(HasClosed());
-    EXPECT_EQ(answers.m_seen.utf8_string(), Failed(""));
-}
-
 TEST_F(WindowTest, StartsHiddenAndCentredWithItsInitialTexts)
 {
     KestrelFrame* const window = NewWindow();
