@@ -68,7 +68,7 @@ protected:
                       : style == (wxOK | wxCENTRE | wxICON_INFORMATION) ? "!"
                                                                         : wxString::Format("%lx ", style);
             m_seen += box->GetCaption() + "|" + box->GetMessage() + "\n";
-            return question ? m_yes : wxID_OK;
+            return style & wxYES_NO ? m_yes : wxID_OK;
         }
         wxFileDialog& save = dynamic_cast<wxFileDialog&>(*dialog);
         m_seen += (save.GetWindowStyle() & (wxFD_SAVE | wxFD_OVERWRITE_PROMPT)) == (wxFD_SAVE | wxFD_OVERWRITE_PROMPT)
