@@ -1,6 +1,5 @@
-// Where a transfer asks: the http or https URL (RFC 3986) it was given, then those it is redirected
-// to. From https it never goes back to http, and credentials stay with the host they were given
-// for. An object belongs to one thread.
+// Where a transfer asks: the URL (RFC 3986) that it was given, later the one its answer came from.
+// Credentials go only to the host they were given for. An object belongs to one thread.
 
 #pragma once
 
@@ -11,19 +10,22 @@
 class WebAddress
 {
 public:
-    // Goes to an address, as UTF-8; after the first it may be relative to the one before. Returns
-    // null, or why it cannot be gone to, as a static text.
-    const char* MoveTo(const std::string& address);
+    // Takes the URL that was given, as UTF-8, which may hold user:password@. Returns whether it is
+    // valid.
+    bool Set(const std::string& url);
 
-    // Makes a request of this handle ask there, with the credentials. The handle refers to this
-    // object from then on. Returns whether all went well.
-    bool ApplyTo(CURL* easy) const;
+    // Goes to the URL that an answer came from, by libcurl. The credentials that were given come
+    // along to the same host and port, and where the same host has asked for TLS.
+    void MoveTo(const char* url);
 
-    // The address without credentials; empty before the first.
+    // The URL to ask for, credentials included.
+    std::string GetUrl() const;
+
+    // The URL for the log, without credentials; empty before a valid one was set.
     std::string GetText() const;
 
+    bool IsFtp() const;
+
 private:
-    CurlUrl m_url; // without credentials
-    std::string m_user;
-    std::string m_password;
+    CurlUrl m_given, m_url;
 };

@@ -9,60 +9,71 @@ std::string GetWebHeader(CURL* easy, const char* name)
     return found == CURLHE_OK ? header->value : std::string();
 }
 
-bool HasOneLength(CURL* easy)
+bool IsContradiction(CURL* easy)
 {
-    const std::string length = GetWebHeader(easy, "Content-Length");
-    curl_header* other = nullptr;
-    for (size_t i = 0;
-         curl_easy_header(easy, "Content-Length", i, CURLH_HEADER, -1, &other) == CURLHE_OK; ++i)
-        if (other->value != length)
-            return false;
-    return length.find(',') == std::string::npos;
+    for (const char* name : {"Content-Length", "Content-Range", "Content-Encoding", "ETag",
+                             "Last-Modified", "Location"})
+    {
+        const std::string first = GetWebHeader(easy, name);
+        curl_header* other = nullptr;
+        for (size_t i = 1; curl_easy_header(easy, name, i, CURLH_HEADER, -1, &other) == CURLHE_OK;
+             ++i)
+            if (other->value != first)
+                return true;
+    }
+    return GetWebHeader(easy, "Content-Length").find(',') != std::string::npos;
 }
 
 void WebResource::Learn(CURL* easy)
 {
     curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &m_size);
-    m_takesRanges = GetWebHeader(easy, "Accept-Ranges") == "bytes";
     m_coding = GetWebHeader(easy, "Content-Encoding");
     m_entityTag = GetWebHeader(easy, "ETag");
     m_lastModified = GetWebHeader(easy, "Last-Modified");
-}
 
-std::string WebResource::GetValidator() const
-{
-    if (!m_takesRanges)
-        return std::string();
-    const bool strong = !m_entityTag.empty() && m_entityTag.compare(0, 2, "W/") != 0;
-    return strong ? m_entityTag : m_lastModified;
+    // The resource may have changed twice within the second in which the answer was made.
+    const auto time = [](const std::string& text) { return curl_getdate(text.c_str(), nullptr); };
+    const time_t modified = time(m_lastModified);
+    const bool strongDate =
+        m_entityTag.empty() && modified != -1 && time(GetWebHeader(easy, "Date")) > modified;
+    if (GetWebHeader(easy, "Accept-Ranges") == "bytes")
+        m_validator = m_entityTag.compare(0, 1, "\"") == 0 ? m_entityTag
+                      : strongDate                         ? m_lastModified
+                                                           : std::string();
 }
 
 bool WebResource::Continues(CURL* easy, curl_off_t received)
 {
+    const std::string range = GetWebHeader(easy, "Content-Range");
     long long first = -1, last = -1, total = -1;
-    const int found = std::sscanf(GetWebHeader(easy, "Content-Range").c_str(),
-                                  "bytes %lld-%lld/%lld", &first, &last, &total);
-    if (found < 2 || first != received || last < first || (m_size >= 0 && last >= m_size))
+    int length = 0;
+    if (std::sscanf(range.c_str(), "bytes %lld-%lld/%n", &first, &last, &length) != 2 || !length ||
+        (range.substr(length) != "*" && std::sscanf(range.c_str() + length, "%lld", &total) != 1))
         return false;
-    if (found == 3 && (last >= total || (m_size >= 0 && total != m_size)))
+    if (first != received || last < first || (total >= 0 && last >= total) ||
+        (m_size >= 0 && (last >= m_size || (total >= 0 && total != m_size))))
         return false;
-    curl_off_t length = -1;
-    curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-    if (length >= 0 && length != last - first + 1)
+    curl_off_t size = -1;
+    curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &size);
+    if (size >= 0 && size != last - first + 1)
         return false;
 
     // A header that did not serve as validator may be left out of such an answer.
     const std::string tag = GetWebHeader(easy, "ETag");
     const std::string modified = GetWebHeader(easy, "Last-Modified");
-    const std::string coding = GetWebHeader(easy, "Content-Encoding");
-    const bool byTag = GetValidator() == m_entityTag;
-    if ((!coding.empty() && coding != m_coding) ||
+    const bool byTag = m_validator == m_entityTag;
+    if (GetWebHeader(easy, "Content-Encoding") != m_coding ||
         (tag != m_entityTag && (byTag || !tag.empty())) ||
         (modified != m_lastModified && (!byTag || !modified.empty())))
         return false;
 
     m_end = last + 1;
-    if (found == 3)
+    if (total >= 0)
         m_size = total;
     return true;
+}
+
+bool WebResource::EndsAt(CURL* easy, curl_off_t received)
+{
+    return GetWebHeader(easy, "Content-Range") == "bytes */" + std::to_string(received);
 }

@@ -1,11 +1,12 @@
 #include "transport/WebTransfer.h"
 
-#include <wx/filefn.h>
+#include "transport/TrustStore.h"
+
 #include <wx/log.h>
-#include <wx/utils.h>
 
 #include <algorithm>
 #include <cstring>
+#include <ctime>
 #include <thread>
 
 namespace
@@ -13,17 +14,22 @@ namespace
 
 using std::chrono::milliseconds;
 
-constexpr int MAX_REDIRECTS = 10;
+constexpr long MAX_REDIRECTS = 10;
 
 // How long it may take until a cancellation is seen.
 constexpr milliseconds POLL_INTERVAL(50);
 
-// The pauses between the tries to resume grow from the first to the last.
+// The pauses between the tries to go on grow from the first to the last; so many bytes make them
+// small again.
 constexpr milliseconds FIRST_PAUSE(250);
 constexpr milliseconds LAST_PAUSE(8000);
+constexpr curl_off_t REAL_PROGRESS = 16 * 1024;
+
+// How often a resource is fetched from its start without getting further.
+constexpr int MAX_TRIES_IN_VAIN = 3;
 
 // What may wait for the reader, in bytes; the server is held up beyond that.
-constexpr size_t BUFFER_LIMIT = 256 * 1024;
+constexpr size_t BUFFER_LIMIT = 128 * 1024;
 
 // What is asked for from the network at a time, in bytes: fewer calls than with libcurl's 16 KiB.
 constexpr long RECEIVE_SIZE = 128 * 1024;
@@ -31,195 +37,70 @@ constexpr long RECEIVE_SIZE = 128 * 1024;
 // No honest answer has a larger header, in bytes.
 constexpr size_t HEADER_LIMIT = 256 * 1024;
 
+// When libcurl has used so much processor time for nothing, what comes is a flood, and is taken in
+// slowly. The clock is not asked before so many calls.
+constexpr milliseconds VAIN_LIMIT(300);
+constexpr int CALLS_IN_VAIN = 64;
+
+milliseconds GetProcessorTime()
+{
+    timespec time = {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return milliseconds(time.tv_sec * 1000 + time.tv_nsec / 1000000);
+}
+
 } // namespace
 
 WebTransfer::WebTransfer(std::chrono::seconds timeout, std::function<bool()> cancelled)
     : m_timeout(timeout)
     , m_cancelled(std::move(cancelled))
     , m_multi(curl_multi_init())
-    , m_easy(curl_easy_init())
+    , m_hash(XXH3_createState())
+    , m_pause(FIRST_PAUSE)
 {
-    CURL* const easy = m_easy.get();
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, m_error);
-    // Without it the end of a cancelled transfer would wait for the resolver.
-    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
-    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    curl_easy_setopt(easy, CURLOPT_PROXY_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
-    curl_easy_setopt(easy, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC));
-    curl_easy_setopt(easy, CURLOPT_USERAGENT, "Kestrel/" KESTREL_VERSION);
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, static_cast<long>(timeout.count()));
-    curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &WebTransfer::OnHeader);
-    curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);
-    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &WebTransfer::OnBody);
-    curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
-    curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, RECEIVE_SIZE);
-    // Certificates in a directory are enough; that the system's file is missing would be an error.
-    const char* file = nullptr;
-    curl_easy_getinfo(easy, CURLINFO_CAINFO, &file);
-    if (file && wxGetEnv("SSL_CERT_DIR", nullptr) && !wxFileExists(file))
-        curl_easy_setopt(easy, CURLOPT_CAINFO, nullptr);
-    // The library leaves these two to its users, who know them from other programs.
-    SetFromEnv("SSL_CERT_FILE", {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO});
-    SetFromEnv("SSL_CERT_DIR", {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH});
-}
-
-void WebTransfer::SetFromEnv(const char* variable, std::initializer_list<CURLoption> options)
-{
-    wxString value;
-    if (!wxGetEnv(variable, &value) || value.empty())
-        return;
-    for (const CURLoption option : options)
-        curl_easy_setopt(m_easy.get(), option, value.utf8_string().c_str());
+    XXH3_64bits_reset(m_hash.get());
 }
 
 WebTransfer::~WebTransfer()
 {
+    // libcurl would take leave of an ftp server and wait for its answer.
+    m_sockets.HangUp();
     StopRequest();
 }
 
-bool WebTransfer::MoveTo(const std::string& address)
+bool WebTransfer::Open(const std::string& url)
 {
-    const char* const objection = m_address.MoveTo(address);
-    return objection ? Fail(objection) : m_address.ApplyTo(m_easy.get());
-}
-
-bool WebTransfer::Open(const std::string& address)
-{
-    if (!MoveTo(address))
-        return false;
-    for (;;)
-    {
-        StartRequest();
-        if (!AwaitAnswer())
-            return Fail(GetReason());
-        if (m_verdict == Verdict::Accept)
-            break;
-        if (m_verdict != Verdict::Redirect)
-            return Fail(GetReason());
-        if (!FollowRedirect())
-            return false;
-    }
-
-    m_resource.Learn(m_easy.get());
+    if (!m_address.Set(url))
+        return Fail("not a valid address");
+    Verdict verdict = Ask();
+    // On the way from http to https libcurl lets go of the credentials.
+    if (verdict == Verdict::Refuse && GetStatus() == 401)
+        verdict = Ask();
+    if (verdict != Verdict::Accept)
+        return Fail(GetReason());
+    m_resource.Learn(m_request->easy.get());
     m_opened = true;
     return true;
 }
 
-bool WebTransfer::FollowRedirect()
+size_t WebTransfer::OnSysRead(void* buffer, size_t size)
 {
-    const std::string target = GetWebHeader(m_easy.get(), "Location");
-    if (target.empty())
-        return Fail("redirected without a target");
-    if (m_redirects++ == MAX_REDIRECTS)
-        return Fail("too many redirects");
-    StopRequest();
-    return MoveTo(target);
-}
-
-void WebTransfer::StartRequest()
-{
-    StopRequest();
-    ++m_attempt;
-    m_ended = false;
-    m_result = CURLE_OK;
-    m_error[0] = '\0';
-    m_verdict = Verdict::None;
-    m_headerComplete = false;
-    m_headerSize = 0;
-    m_connected = false;
-    if (!m_opened)
-        m_lastArrival = Clock::now();
-    curl_multi_add_handle(m_multi.get(), m_easy.get());
-    m_active = true;
-}
-
-void WebTransfer::StopRequest()
-{
-    if (m_active)
-        curl_multi_remove_handle(m_multi.get(), m_easy.get());
-    m_active = false;
-    m_paused = false;
-}
-
-// Waits until the answer can be judged; returns false when none comes.
-bool WebTransfer::AwaitAnswer()
-{
-    while (m_verdict == Verdict::None)
+    if (m_readPosition == m_buffer.size())
+        m_lastArrival = Clock::now(); // the reader may have been away for long
+    while (m_readPosition == m_buffer.size() && m_lasterror != wxSTREAM_EOF)
     {
-        if (m_headerComplete)
-            m_verdict = Judge();
-        else if (m_ended || !Advance())
-            return false;
-    }
-    return true;
-}
-
-// Waits a moment for the network and lets the transfer go on; returns false when it has been
-// cancelled.
-bool WebTransfer::Advance()
-{
-    if (m_cancelled())
-    {
-        m_ended = true;
-        m_result = CURLE_ABORTED_BY_CALLBACK;
-        return false;
-    }
-
-    curl_multi_poll(m_multi.get(), nullptr, 0, static_cast<int>(POLL_INTERVAL.count()), nullptr);
-    int running = 0;
-    curl_multi_perform(m_multi.get(), &running);
-    int left = 0;
-    while (const CURLMsg* const message = curl_multi_info_read(m_multi.get(), &left))
-    {
-        if (message->msg == CURLMSG_DONE)
-        {
-            m_ended = true;
-            m_result = message->data.result;
-        }
-    }
-
-    // Waiting for the answer is bounded on its own, from when the connection stands.
-    curl_off_t connectedAfter = 0;
-    curl_easy_getinfo(m_easy.get(), CURLINFO_PRETRANSFER_TIME_T, &connectedAfter);
-    if (!m_connected && connectedAfter > 0)
-    {
-        m_connected = true;
-        if (!m_opened)
-            m_lastArrival = Clock::now();
-    }
-    if (!m_ended && Clock::now() - m_lastArrival > m_timeout)
-    {
-        m_ended = true;
-        m_result = CURLE_OPERATION_TIMEDOUT;
-    }
-    return true;
-}
-
-size_t WebTransfer::Read(char* buffer, size_t size)
-{
-    while (m_readPosition == m_buffer.size())
-    {
-        if (m_over)
-            return 0;
         m_buffer.clear();
         m_readPosition = 0;
-        if (m_paused)
-        {
-            m_paused = false;
-            curl_easy_pause(m_easy.get(), CURLPAUSE_CONT);
-        }
-        else if (m_ended)
-        {
-            m_over = !IsCut() || !Resume();
-        }
-        else
-        {
-            m_over = !Advance();
-        }
+        curl_easy_pause(m_request->easy.get(), CURLPAUSE_CONT);
+        Advance();
+        if (!m_buffer.empty())
+            break;
+        // An ftp server that has sent everything may still have something to say.
+        if (m_received == m_resource.GetSize() || (m_stop && !Fail(GetReason())) ||
+            (m_request->ended && (!IsCut() || !Resume())))
+            m_lasterror = wxSTREAM_EOF;
+        else if (m_buffer.empty() && !m_request->ended)
+            Wait();
     }
     const size_t count = std::min(size, m_buffer.size() - m_readPosition);
     std::memcpy(buffer, m_buffer.data() + m_readPosition, count);
@@ -227,92 +108,231 @@ size_t WebTransfer::Read(char* buffer, size_t size)
     return count;
 }
 
-// Whether the ended transfer has left some of the body behind.
-bool WebTransfer::IsCut() const
+bool WebTransfer::MayGoOn()
 {
-    return GetSize() >= 0 ? m_received < GetSize() : m_result != CURLE_OK;
+    if (m_cancelled())
+        m_stop = "cancelled";
+    else if (Clock::now() - m_lastArrival > m_timeout)
+        m_stop = "nothing has arrived for too long";
+    return !m_stop;
 }
 
-// Asks for the rest until it comes, nothing has arrived for the time-out, or the answer shows that
-// it will not come.
-bool WebTransfer::Resume()
+// The same, asked by libcurl.
+bool WebTransfer::MayTakeMore()
 {
-    const std::string validator = m_resource.GetValidator();
-    if (validator.empty())
-        return Fail("the connection was cut (" + GetReason() + "), and cannot be resumed");
-
-    for (milliseconds pause = FIRST_PAUSE;; pause = std::min(2 * pause, LAST_PAUSE))
-    {
-        Fail("the connection was cut (" + GetReason() + ") after " + std::to_string(m_received) +
-             " bytes");
-        if (m_result == CURLE_ABORTED_BY_CALLBACK || Clock::now() - m_lastArrival > m_timeout ||
-            !Pause(pause))
-            return false;
-        StopRequest();
-        m_headers.reset(curl_slist_append(nullptr, ("If-Range: " + validator).c_str()));
-        curl_easy_setopt(m_easy.get(), CURLOPT_HTTPHEADER, m_headers.get());
-        curl_easy_setopt(m_easy.get(), CURLOPT_RANGE, (std::to_string(m_received) + "-").c_str());
-        StartRequest();
-        if (!AwaitAnswer() || m_verdict == Verdict::TryAgain)
-            continue;
-        return m_verdict == Verdict::Accept || Fail("cannot be resumed: " + GetReason());
-    }
-}
-
-bool WebTransfer::Pause(milliseconds pause)
-{
-    for (const auto end = Clock::now() + pause; Clock::now() < end;)
-    {
-        if (m_cancelled())
-            return false;
+    int& calls = m_request->callsInVain;
+    if (!MayGoOn())
+        return false;
+    if (++calls == CALLS_IN_VAIN)
+        m_request->vainSince = GetProcessorTime();
+    else if (calls > CALLS_IN_VAIN && GetProcessorTime() - m_request->vainSince > VAIN_LIMIT)
         std::this_thread::sleep_for(POLL_INTERVAL);
-    }
     return true;
 }
 
+// Asks for a byte range, such as "100-", or for all.
+void WebTransfer::StartRequest(const std::string& range)
+{
+    StopRequest();
+    if (range.empty() && (!m_request || m_request->known == 0))
+        m_expected = XXH3_64bits_digest(m_hash.get());
+    XXH3_64bits_reset(m_hash.get());
+    m_request = std::make_unique<Request>();
+    m_request->known = range.empty() ? m_received : 0;
+
+    CURL* const easy = m_request->easy.get();
+    curl_easy_setopt(easy, CURLOPT_URL, m_address.GetUrl().c_str());
+    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, range.empty() ? 1L : 0L);
+    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, MAX_REDIRECTS);
+    curl_easy_setopt(easy, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    curl_easy_setopt(easy, CURLOPT_PROXY_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    UseTrustStore(easy);
+    curl_easy_setopt(easy, CURLOPT_USERAGENT, "Kestrel/" KESTREL_VERSION);
+    curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, RECEIVE_SIZE);
+    if (!range.empty())
+    {
+        const std::string condition = "If-Range: " + m_resource.GetValidator();
+        m_request->headers.reset(curl_slist_append(nullptr, condition.c_str()));
+        curl_easy_setopt(easy, CURLOPT_HTTPHEADER, m_request->headers.get());
+        curl_easy_setopt(easy, CURLOPT_RANGE, range.c_str());
+    }
+
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    // Without it the end of a cancelled transfer would wait for the resolver.
+    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
+    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, m_request->error);
+    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &WebTransfer::OnHeader);
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &WebTransfer::OnBody);
+    curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &WebTransfer::OnProgress);
+    curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &WebTransfer::OnDebug);
+    for (const CURLoption option :
+         {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_XFERINFODATA, CURLOPT_DEBUGDATA})
+        curl_easy_setopt(easy, option, this);
+    curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L);
+    m_sockets.Watch(easy);
+    curl_multi_add_handle(m_multi.get(), easy);
+}
+
+void WebTransfer::StopRequest()
+{
+    if (!m_request)
+        return;
+    curl_easy_setopt(m_request->easy.get(), CURLOPT_VERBOSE, 0L);
+    curl_multi_remove_handle(m_multi.get(), m_request->easy.get());
+}
+
+// Sends a request and waits until the answer can be judged, or none will come.
+WebTransfer::Verdict WebTransfer::Ask(const std::string& range)
+{
+    ++m_attempt;
+    StartRequest(range);
+    for (Advance(); !m_request->answered && !m_request->ended && MayGoOn(); Advance())
+        Wait();
+    const char* url = "";
+    curl_easy_getinfo(m_request->easy.get(), CURLINFO_EFFECTIVE_URL, &url);
+    m_address.MoveTo(url);
+    return Judge();
+}
+
+// Lets the request go on as far as it can without waiting.
+void WebTransfer::Advance()
+{
+    int running = 0, left = 0;
+    curl_multi_perform(m_multi.get(), &running);
+    while (const CURLMsg* const message = curl_multi_info_read(m_multi.get(), &left))
+    {
+        m_request->ended = true;
+        m_request->result = message->data.result;
+        // Only an ftp server may have sent nothing at all.
+        if (m_request->result == CURLE_OK && m_address.IsFtp())
+            m_request->answered = true;
+    }
+}
+
+void WebTransfer::Wait()
+{
+    curl_multi_poll(m_multi.get(), nullptr, 0, static_cast<int>(POLL_INTERVAL.count()), nullptr);
+    MayGoOn();
+}
+
+// Judges the answer under way, if there is one, and remembers the verdict.
 WebTransfer::Verdict WebTransfer::Judge()
 {
+    Verdict& verdict = m_request->verdict;
+    if (verdict != Verdict::None || !m_request->answered)
+        return verdict;
+
+    CURL* const easy = m_request->easy.get();
+    const long status = GetStatus();
+    // An ftp server says 125 or 150 before the file and 226 or 250 after it.
+    const bool whole = (status / 100 == 2 && status != 204 && status != 205 && status != 206) ||
+                       status == 125 || status == 150;
+    curl_off_t size = -1;
+    curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &size);
+
+    verdict = Verdict::Refuse;
+    if (IsContradiction(easy))
+        return verdict;
+    if (m_opened && (status == 408 || status == 429 || status / 100 == 5))
+        verdict = Verdict::TryAgain;
+    else if (!m_opened || !m_resource.IsResumable())
+        verdict = whole && (!m_opened || size == m_resource.GetSize()) ? Verdict::Accept : verdict;
+    else if (status == 206 && m_resource.Continues(easy, m_received))
+        verdict = Verdict::Accept;
+    else if (status == 416 && m_resource.EndsAt(easy, m_received))
+        verdict = Verdict::Complete;
+    return verdict;
+}
+
+// Takes some of the body of the answer under way.
+bool WebTransfer::Take(const char* data, size_t size)
+{
+    if (Judge() != Verdict::Accept)
+        return false;
+    m_lastArrival = Clock::now();
+
+    curl_off_t& known = m_request->known;
+    if (known > 0)
+    {
+        const size_t part = std::min(size, static_cast<size_t>(known));
+        XXH3_64bits_update(m_hash.get(), data, part);
+        known -= static_cast<curl_off_t>(part);
+        if (known == 0 && XXH3_64bits_digest(m_hash.get()) != m_expected)
+        {
+            m_request->verdict = Verdict::Refuse;
+            return Fail("what comes now is not what has come before");
+        }
+        data += part;
+        size -= part;
+    }
+    // A part that is longer than it says must not make the body longer than it is.
+    if (const curl_off_t end = m_resource.GetEnd(); end >= 0)
+        size = std::min(size, static_cast<size_t>(end - m_received));
+    if (!m_resource.IsResumable())
+        XXH3_64bits_update(m_hash.get(), data, size);
+    m_buffer.insert(m_buffer.end(), data, data + size);
+    m_received += static_cast<curl_off_t>(size);
+    if (m_buffer.size() >= BUFFER_LIMIT)
+        curl_easy_pause(m_request->easy.get(), CURLPAUSE_RECV);
+    return true;
+}
+
+// Whether the ended answer has left some of the body behind. Only the server knows which part is
+// the last one of an unknown whole.
+bool WebTransfer::IsCut() const
+{
+    return m_resource.GetSize() >= 0 || m_resource.GetEnd() >= 0 || m_request->result != CURLE_OK;
+}
+
+// Asks for the rest until it comes, or nothing more of the resource can be had; returns whether it
+// comes.
+bool WebTransfer::Resume()
+{
+    m_triesInVain = m_received > m_reached ? 0 : m_triesInVain + 1;
+    if (m_received - m_reached >= REAL_PROGRESS)
+        m_pause = FIRST_PAUSE;
+    m_reached = m_received;
+    for (;;)
+    {
+        Fail("stopped (" + GetReason() + ") after " + std::to_string(m_received) + " bytes");
+        if (!m_resource.IsResumable() && m_triesInVain == MAX_TRIES_IN_VAIN)
+            return Fail("fetched anew too often without getting further");
+        for (const auto end = Clock::now() + m_pause; MayGoOn() && Clock::now() < end;)
+            std::this_thread::sleep_for(POLL_INTERVAL);
+        if (m_stop)
+            return Fail(m_stop);
+        m_pause = std::min(2 * m_pause, LAST_PAUSE);
+        const Verdict verdict =
+            Ask(m_resource.IsResumable() ? std::to_string(m_received) + "-" : std::string());
+        if (verdict == Verdict::Accept || verdict == Verdict::Complete)
+            return verdict == Verdict::Accept;
+        if (verdict == Verdict::Refuse)
+            return Fail("cannot be resumed: " + GetReason());
+    }
+}
+
+long WebTransfer::GetStatus() const
+{
     long status = 0;
-    curl_easy_getinfo(m_easy.get(), CURLINFO_RESPONSE_CODE, &status);
-    if (!HasOneLength(m_easy.get()))
-        return Verdict::Refuse;
-    if (m_opened)
-    {
-        if (status == 408 || status == 429 || status >= 500)
-            return Verdict::TryAgain;
-        return status == 206 && m_resource.Continues(m_easy.get(), m_received) ? Verdict::Accept
-                                                                               : Verdict::Refuse;
-    }
-    switch (status)
-    {
-    case 301:
-    case 302:
-    case 303:
-    case 307:
-    case 308:
-        return Verdict::Redirect;
-    case 206: // a part that was not asked for is not the file
-        return Verdict::Refuse;
-    default:
-        return status / 100 == 2 ? Verdict::Accept : Verdict::Refuse;
-    }
+    curl_easy_getinfo(m_request->easy.get(), CURLINFO_RESPONSE_CODE, &status);
+    return status;
 }
 
 std::string WebTransfer::GetReason() const
 {
-    if (m_verdict != Verdict::None && m_verdict != Verdict::Accept)
-    {
-        long status = 0;
-        curl_easy_getinfo(m_easy.get(), CURLINFO_RESPONSE_CODE, &status);
-        return "status " + std::to_string(status);
-    }
-    if (m_result == CURLE_OK)
+    if (m_stop)
+        return m_stop;
+    if (m_request->verdict != Verdict::None && m_request->verdict != Verdict::Accept)
+        return "status " + std::to_string(GetStatus());
+    if (m_request->result == CURLE_OK)
         return "the answer ended early";
-    return m_error[0] ? m_error : curl_easy_strerror(m_result);
+    return m_request->error[0] ? m_request->error : curl_easy_strerror(m_request->result);
 }
 
-// Tells the verbose log, and returns false. An address that could not be parsed is left out: it may
-// hold a password.
+// Tells the verbose log, and returns false.
 bool WebTransfer::Fail(const std::string& reason) const
 {
     wxLogVerbose("%s, attempt %d: %s", wxString::FromUTF8(m_address.GetText()), m_attempt,
@@ -323,41 +343,53 @@ bool WebTransfer::Fail(const std::string& reason) const
 size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
 {
     WebTransfer& transfer = *static_cast<WebTransfer*>(self);
-    transfer.m_headerSize += size;
-    if (transfer.m_headerSize > HEADER_LIMIT)
+    Request& request = *transfer.m_request;
+    request.headerSize += size;
+    if (request.headerSize > HEADER_LIMIT || !transfer.MayTakeMore())
         return 0;
-    if (!transfer.m_opened)
-        transfer.m_lastArrival = Clock::now();
-
+    // An interim answer (1xx) is followed by another header, as is a redirect. The replies of an
+    // ftp server come here too.
     const bool lastLine = size <= 2 && (data[0] == '\r' || data[0] == '\n');
-    long status = 0;
-    curl_easy_getinfo(transfer.m_easy.get(), CURLINFO_RESPONSE_CODE, &status);
-    // An interim answer (1xx) is followed by another header.
-    if (lastLine && status >= 200)
-        transfer.m_headerComplete = true;
+    const long status = transfer.GetStatus();
+    if (!lastLine || status < 200 || transfer.m_address.IsFtp())
+        return size;
+
+    CURL* const easy = request.easy.get();
+    request.answered = status / 100 != 3 || GetWebHeader(easy, "Location").empty();
+    if (request.answered)
+        return size;
+    const bool known = (status >= 301 && status <= 303) || status == 307 || status == 308;
+    if (!known || IsContradiction(easy))
+    {
+        request.answered = true;
+        return 0;
+    }
+    request.headerSize = 0;
+    const char* url = "";
+    curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &url);
+    if (std::strncmp(url, "https:", 6) == 0)
+        curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "https");
     return size;
 }
 
 size_t WebTransfer::OnBody(char* data, size_t, size_t size, void* self)
 {
     WebTransfer& transfer = *static_cast<WebTransfer*>(self);
-    if (transfer.m_verdict == Verdict::None)
-        transfer.m_verdict = transfer.Judge();
-    if (transfer.m_verdict != Verdict::Accept)
-        return 0;
+    transfer.m_request->answered = true;
+    transfer.m_request->callsInVain = 0;
+    return transfer.MayGoOn() && transfer.Take(data, size) ? size : 0;
+}
 
-    std::vector<char>& buffer = transfer.m_buffer;
-    if (!buffer.empty() && buffer.size() + size > BUFFER_LIMIT)
-    {
-        transfer.m_paused = true;
-        return CURL_WRITEFUNC_PAUSE;
-    }
-    // A continuation that is longer than it says must not make the body longer than it is.
-    const curl_off_t end = transfer.m_resource.GetEnd();
-    const size_t taken =
-        end < 0 ? size : std::min(size, static_cast<size_t>(end - transfer.m_received));
-    buffer.insert(buffer.end(), data, data + taken);
-    transfer.m_received += static_cast<curl_off_t>(taken);
-    transfer.m_lastArrival = Clock::now();
-    return taken;
+int WebTransfer::OnProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
+{
+    return static_cast<WebTransfer*>(self)->MayTakeMore() ? 0 : 1;
+}
+
+// Frames of HTTP/2 and records of TLS that carry nothing are seen only here.
+int WebTransfer::OnDebug(CURL*, curl_infotype, char*, size_t, void* self)
+{
+    WebTransfer& transfer = *static_cast<WebTransfer*>(self);
+    if (!transfer.MayTakeMore())
+        transfer.m_sockets.HangUp();
+    return 0;
 }

@@ -1,9 +1,12 @@
-// One resource fetched over http or https (RFC 9110), pulled by its reader piece by piece.
+// One resource fetched over http, https (RFC 9110) or ftp, as a stream.
 //
 // Redirects (301, 302, 303, 307, 308) are followed up to 10 times, to http and https only and never
-// from https back to http; credentials stay with the host they were given for. A transfer whose
-// connection is cut is resumed where it stopped, provided the server takes byte ranges and gave a
-// validator; the bytes of two different resources are never joined.
+// from https back to http; credentials stay with the host they were given for.
+//
+// A transfer whose connection is cut goes on where it stopped. Where the server takes byte ranges
+// and gave a validator, the rest is asked for; else the resource is fetched from its start again,
+// and what comes is compared with what was received before. The bytes of two different resources
+// are never joined.
 //
 // An object belongs to one thread, on which all of its operations are called. libcurl has been
 // initialised (wxWebModule). Why a transfer fails goes to the toolkit's verbose log.
@@ -14,90 +17,109 @@
 #include "transport/WebAddress.h"
 #include "transport/WebResource.h"
 
+#include <wx/stream.h>
+
 #include <chrono>
 #include <functional>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
-class WebTransfer
+#include <xxhash.h>
+
+class WebTransfer : public wxInputStream
 {
 public:
-    // timeout    bounds connecting, waiting for the answer, and every silence; not the whole
-    // cancelled  asked at least every 50 milliseconds; when it returns true, the call under way
-    //            fails
+    // timeout    bounds opening, and then the time in which nothing of the resource arrives
+    // cancelled  asked at least every 50 milliseconds; once it returns true, the call under way
+    //            ends
     WebTransfer(std::chrono::seconds timeout, std::function<bool()> cancelled);
-    ~WebTransfer();
+    ~WebTransfer() override;
 
-    // Asks for an http or https URL (RFC 3986), as UTF-8, which may hold user:password@. Returns
-    // whether the answer is a success (2xx), whose body can be read. To be called once.
-    bool Open(const std::string& address);
+    // Asks for a URL (RFC 3986), as UTF-8, which may hold user:password@. Returns whether the
+    // answer is a success with a body, which can be read then. To be called once.
+    bool Open(const std::string& url);
 
-    // Size of the body in bytes, -1 when it is not known. Valid once Open() has succeeded.
-    curl_off_t GetSize() const { return m_resource.GetSize(); }
+    // Size of the body in bytes, all ones when it is not known. Valid once Open() has succeeded.
+    size_t GetSize() const override { return static_cast<size_t>(m_resource.GetSize()); }
 
-    // Waits for some of the body and copies it to buffer, at most size bytes. Returns how many, 0
-    // at the end of the body or when the connection is gone for good.
-    size_t Read(char* buffer, size_t size);
+protected:
+    // Waits for some of the body. The stream ends with the body, or when the rest of it cannot be
+    // had.
+    size_t OnSysRead(void* buffer, size_t size) override;
 
 private:
     // What to make of an answer, known when its header is complete.
     enum class Verdict
     {
-        None,     // the header is not complete yet
+        None,     // there is no answer yet
         Accept,   // the body is what was asked for
-        Redirect, // the resource is somewhere else
         TryAgain, // the server is in trouble that may pass
+        Complete, // there is no more of the resource
         Refuse
     };
 
-    void SetFromEnv(const char* variable, std::initializer_list<CURLoption> options);
-    bool MoveTo(const std::string& address);
-    bool FollowRedirect();
-    void StartRequest();
+    using Clock = std::chrono::steady_clock;
+
+    bool MayGoOn();
+    bool MayTakeMore();
+    void StartRequest(const std::string& range);
     void StopRequest();
-    bool AwaitAnswer();
-    bool Advance();
-    bool Pause(std::chrono::milliseconds pause);
+    Verdict Ask(const std::string& range = std::string());
+    void Advance();
+    void Wait();
+    Verdict Judge();
+    bool Take(const char* data, size_t size);
     bool IsCut() const;
     bool Resume();
-    Verdict Judge();
-    std::string GetReason() const;
     bool Fail(const std::string& reason) const;
+    std::string GetReason() const;
+    long GetStatus() const;
 
     static size_t OnHeader(char* data, size_t one, size_t size, void* self);
     static size_t OnBody(char* data, size_t one, size_t size, void* self);
-
-    using Clock = std::chrono::steady_clock;
+    static int OnProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
+    static int OnDebug(CURL* easy, curl_infotype type, char* data, size_t size, void* self);
 
     const std::chrono::seconds m_timeout;
     const std::function<bool()> m_cancelled;
-    WebAddress m_address;
-    char m_error[CURL_ERROR_SIZE] = ""; // why the request under way failed, by libcurl
-    const CurlMulti m_multi;
-    const CurlEasy m_easy;
-    CurlHeaders m_headers;
-    int m_attempt = 0;
-    int m_redirects = 0;
+    Clock::time_point m_lastArrival = Clock::now(); // of bytes of the resource
+    const char* m_stop = nullptr;                   // why the transfer is not to go on
 
-    // The request under way.
-    bool m_active = false;
-    bool m_ended = false;
-    CURLcode m_result = CURLE_OK;
-    Verdict m_verdict = Verdict::None;
-    bool m_headerComplete = false;
-    size_t m_headerSize = 0;
-    bool m_connected = false;
-    Clock::time_point m_lastArrival;
+    CurlSockets m_sockets;
+    const CurlMulti m_multi;
+    WebAddress m_address;
+    int m_attempt = 0;
+
+    // The request under way and its answer.
+    struct Request
+    {
+        char error[CURL_ERROR_SIZE] = ""; // by libcurl
+        CurlHeaders headers;
+        CurlEasy easy{curl_easy_init()};
+        size_t headerSize = 0;
+        bool answered = false; // the header is complete, redirects aside; or there is some body
+        bool ended = false;
+        CURLcode result = CURLE_OK;
+        Verdict verdict = Verdict::None;
+        curl_off_t known = 0; // bytes left that were received before
+        int callsInVain = 0;  // from libcurl, since there last was some of the body
+        std::chrono::milliseconds vainSince{}; // by the processor time
+    };
+    std::unique_ptr<Request> m_request;
 
     // The resource, from its first answer on.
     bool m_opened = false;
     WebResource m_resource;
     curl_off_t m_received = 0;
+    const std::unique_ptr<XXH3_state_t, CurlCleanup<XXH3_freeState>> m_hash; // while not resumable
+    XXH64_hash_t m_expected = 0; // the hash of what was received, while that is compared
 
     // What has arrived and was not read yet starts at m_readPosition.
     std::vector<char> m_buffer;
     size_t m_readPosition = 0;
-    bool m_paused = false;
-    bool m_over = false; // nothing more will arrive
+
+    // The tries to go on.
+    curl_off_t m_reached = 0; // bytes received before the last one
+    int m_triesInVain = 0;
+    std::chrono::milliseconds m_pause;
 };

@@ -3,80 +3,44 @@
 #include "transport/WebTransfer.h"
 
 #include <wx/module.h>
-#include <wx/stream.h>
 #include <wx/url.h>
-#include <wx/utils.h>
 
+#include <cstdlib>
 #include <memory>
 
-// wxURL tells a protocol neither its scheme nor its host: one class each, and SetRequest().
-class wxWebHTTPProtocol : public wxWebProtocol
-{
-    wxDECLARE_DYNAMIC_CLASS_NO_COPY(wxWebHTTPProtocol);
-    DECLARE_PROTOCOL(wxWebHTTPProtocol)
-
-public:
-    wxWebHTTPProtocol() = default;
-};
-
-class wxWebHTTPSProtocol : public wxWebProtocol
-{
-    wxDECLARE_DYNAMIC_CLASS_NO_COPY(wxWebHTTPSProtocol);
-    DECLARE_PROTOCOL(wxWebHTTPSProtocol)
-
-public:
-    wxWebHTTPSProtocol() = default;
-};
-
 wxIMPLEMENT_ABSTRACT_CLASS(wxWebProtocol, wxProtocol);
-wxIMPLEMENT_DYNAMIC_CLASS(wxWebHTTPProtocol, wxWebProtocol);
-wxIMPLEMENT_DYNAMIC_CLASS(wxWebHTTPSProtocol, wxWebProtocol);
 
-// Without a host of wxURL's: it would look it up itself, blocking and for IPv4 only.
-IMPLEMENT_PROTOCOL(wxWebHTTPProtocol, wxT("http"), wxT("80"), false)
-IMPLEMENT_PROTOCOL(wxWebHTTPSProtocol, wxT("https"), wxT("443"), false)
+// wxURL does not tell a protocol its scheme: one class each. And without a host of wxURL's, who
+// would look it up itself, blocking and for IPv4 only.
+#define WEB_PROTOCOL(name, scheme, port)                                                           \
+    class name : public wxWebProtocol                                                              \
+    {                                                                                              \
+        wxDECLARE_DYNAMIC_CLASS_NO_COPY(name);                                                     \
+        DECLARE_PROTOCOL(name)                                                                     \
+    public:                                                                                        \
+        name() = default;                                                                          \
+    };                                                                                             \
+    wxIMPLEMENT_DYNAMIC_CLASS(name, wxWebProtocol);                                                \
+    IMPLEMENT_PROTOCOL(name, wxT(scheme), wxT(port), false)
+
+WEB_PROTOCOL(wxWebHTTPProtocol, "http", "80")
+WEB_PROTOCOL(wxWebHTTPSProtocol, "https", "443")
+WEB_PROTOCOL(wxWebFTPProtocol, "ftp", "21")
 
 namespace
 {
-
-class WebStream : public wxInputStream
-{
-public:
-    explicit WebStream(std::unique_ptr<WebTransfer> transfer) : m_transfer(std::move(transfer)) {}
-
-    size_t GetSize() const override { return static_cast<size_t>(m_transfer->GetSize()); }
-
-protected:
-    size_t OnSysRead(void* buffer, size_t size) override
-    {
-        const size_t count = m_transfer->Read(static_cast<char*>(buffer), size);
-        m_lasterror = count > 0 ? wxSTREAM_NO_ERROR : wxSTREAM_EOF;
-        return count;
-    }
-
-private:
-    const std::unique_ptr<WebTransfer> m_transfer;
-};
-
-bool HasEnv(const wxString& name)
-{
-    wxString value;
-    return wxGetEnv(name, &value) && !value.empty();
-}
 
 // wxURL takes HTTP_PROXY for a reason to speak its own http to that proxy, whatever the scheme. It
 // is put where libcurl finds it, behind the variables that libcurl itself knows.
 void AdoptProxy()
 {
-    wxString proxy;
-    if (!wxGetEnv("HTTP_PROXY", &proxy))
+    const char* const proxy = std::getenv("HTTP_PROXY");
+    if (!proxy)
         return;
-    wxUnsetEnv("HTTP_PROXY");
-    if (!HasEnv("http_proxy"))
-        wxSetEnv("http_proxy", proxy);
-    if (!HasEnv("https_proxy") && !HasEnv("HTTPS_PROXY") && !HasEnv("all_proxy") &&
-        !HasEnv("ALL_PROXY"))
-        wxSetEnv("https_proxy", proxy);
+    setenv("http_proxy", proxy, 0);
+    if (!std::getenv("HTTPS_PROXY") && !std::getenv("all_proxy") && !std::getenv("ALL_PROXY"))
+        setenv("https_proxy", proxy, 0);
+    unsetenv("HTTP_PROXY");
 }
 
 } // namespace
@@ -110,11 +74,5 @@ wxInputStream* wxWebProtocol::GetInputStream(const wxString&)
 {
     auto transfer =
         std::make_unique<WebTransfer>(std::chrono::seconds(m_uiDefaultTimeout), m_cancelled);
-    if (!transfer->Open(m_address.utf8_string()))
-    {
-        m_lastError = wxPROTO_CONNERR;
-        return nullptr;
-    }
-    m_lastError = wxPROTO_NOERR;
-    return new WebStream(std::move(transfer));
+    return transfer->Open(m_address.utf8_string()) ? transfer.release() : nullptr;
 }

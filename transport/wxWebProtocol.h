@@ -1,5 +1,5 @@
-// http and https for wxURL, on libcurl: the classes put themselves in front of the toolkit's own
-// when the program starts.
+// http, https and ftp for wxURL, on libcurl: the classes put themselves in front of the toolkit's
+// own when the program starts.
 //
 // wxURL hands a protocol only the path of an address, so whoever opens a URL hands over the rest:
 //
