@@ -3,7 +3,6 @@
 #include "download/wxDownloadEvent.h"
 #include "transport/wxWebProtocol.h"
 
-#include <wx/file.h>
 #include <wx/filename.h>
 #include <wx/log.h>
 #include <wx/module.h>
@@ -15,6 +14,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <thread>
@@ -28,6 +28,8 @@
 namespace
 {
 
+using Clock = std::chrono::steady_clock;
+
 // How long connecting, or one read, may go without an answer.
 constexpr wxUint32 TIMEOUT_SECONDS = 100;
 
@@ -35,7 +37,10 @@ constexpr wxUint32 TIMEOUT_SECONDS = 100;
 constexpr size_t BLOCK_SIZE = 4096;
 
 // How many progress reports may wait to be handled.
-constexpr long QUEUE_LIMIT = 256;
+constexpr size_t QUEUE_LIMIT = 256;
+
+// How long a progress report may be held; the window draws no more often.
+constexpr std::chrono::milliseconds FRAME_TIME(16);
 
 constexpr wxLongLong_t UNKNOWN_SIZE = -1; // wxInputStream::GetSize()'s marker, all ones
 
@@ -70,48 +75,30 @@ wxString WithPlainScheme(const wxString& url)
     return end == wxString::npos ? url : url.Left(end).Lower() + url.Mid(end);
 }
 
-// Writes all of a block; after a short write the next one has the reason.
-bool WriteBlock(wxFile& file, const char* data, size_t size)
-{
-    const wxLogNull quiet; // the receiver tells of a failure
-    while (size > 0)
-    {
-        const size_t written = file.Write(data, size);
-        if (written == 0)
-            return false;
-        data += written;
-        size -= written;
-    }
-    return true;
-}
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
-// Creates the file, or empties the one there is; errno tells why not. In a directory for
-// temporary files that all users share, what lies there is taken only if it is the user's own:
-// somebody else may have put it there since the owner of the download looked. The kernel does the
-// same where fs.protected_symlinks and fs.protected_regular are set.
-bool CreateFile(wxFile& file, const wxString& path)
+// Opens the file for writing, or creates it; errno tells why not. What it holds stays. Where others
+// can write too, one of them may have put there something else while the server was asked: there
+// only a file of the user's own, with one name, is taken.
+File OpenFile(const wxString& path)
 {
-    const wxLogNull quiet; // the receiver tells of a failure
-    constexpr mode_t SHARED = S_ISVTX | S_IWOTH;
     struct stat found;
-    const std::string directory = wxFileName(path).GetPath().utf8_string(),
-                      name = path.utf8_string();
-    if (stat(directory.c_str(), &found) != 0 || (found.st_mode & SHARED) != SHARED)
-        return file.Create(path, true);
-    if (lstat(name.c_str(), &found) == 0 && S_ISLNK(found.st_mode) && found.st_uid == geteuid())
-        return file.Create(path, true);
-
-    file.Attach(
-        open(name.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, wxS_DEFAULT));
-    const bool opened = file.IsOpened() && fstat(file.fd(), &found) == 0;
-    if (opened && (!S_ISREG(found.st_mode) || found.st_uid != geteuid()))
+    const wxString folder = wxFileName(path).GetPath();
+    const bool shared = stat(folder.empty() ? "." : folder.fn_str().data(), &found) == 0 &&
+                        ((found.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
+                         (found.st_uid != geteuid() && found.st_uid != 0));
+    // A pipe that nobody reads is no reason to wait.
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    const int descriptor = open(path.fn_str(), FLAGS | (shared ? O_NOFOLLOW : 0), 0666);
+    File file(descriptor < 0 ? nullptr : fdopen(descriptor, "w"), &std::fclose);
+    if (file && shared &&
+        (fstat(descriptor, &found) != 0 || !S_ISREG(found.st_mode) || found.st_nlink != 1 ||
+         found.st_uid != geteuid()))
+    {
+        file.reset();
         errno = EPERM;
-    else if (opened && ftruncate(file.fd(), 0) == 0)
-        return true;
-    const int error = errno;
-    file.Close();
-    errno = error;
-    return false;
+    }
+    return file;
 }
 
 } // namespace
@@ -172,11 +159,11 @@ public:
             handOff.receiverCleared.Broadcast();
         }
 
-        const auto end = std::chrono::steady_clock::now() + EXIT_WAIT;
+        const auto end = Clock::now() + EXIT_WAIT;
         while (!HaveThreadsEnded())
         {
             // Nothing is left to do but to free memory, which would pull it from under the thread.
-            if (std::chrono::steady_clock::now() > end)
+            if (Clock::now() > end)
                 std::_Exit(EXIT_SUCCESS);
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
@@ -285,7 +272,7 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
     wxProtocol& protocol = url.GetProtocol();
     protocol.SetTimeout(TIMEOUT_SECONDS);
     if (wxWebProtocol* const web = dynamic_cast<wxWebProtocol*>(&protocol))
-        web->SetRequest(m_url, [this] { return !m_running || TestDestroy(); });
+        web->SetRequest(m_url, [this] { return !IsWanted(); });
     std::unique_ptr<wxInputStream> stream(url.GetInputStream());
     if (!stream)
         return false;
@@ -294,34 +281,54 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
     if (m_fileSize != UNKNOWN_SIZE)
         event.SetFileSize(m_fileSize);
 
-    wxFile file;
     const auto failed = [&event](int error) { return event.SetFileError(error), false; };
-    if (!CreateFile(file, m_localFile))
+    File file = OpenFile(m_localFile);
+    if (!file)
         return failed(errno);
+    // Once the owner has let go, the path may be somebody else's. EINVAL: it is no regular file.
+    if (IsWanted() && ftruncate(fileno(file.get()), 0) != 0 && errno != EINVAL)
+        return failed(errno);
+
+    // Every post wakes the main thread: reports are held while there is more to read at once.
+    std::vector<wxLongLong_t> held;
+    Clock::time_point heldSince;
+    const auto postHeld = [&]
+    {
+        for (const wxLongLong_t bytes : held)
+            Post(event, wxDOWNLOAD_INPROGRESS, bytes);
+        held.clear();
+        WaitForReceiver(event);
+    };
 
     wxLongLong_t total = 0;
     char block[BLOCK_SIZE];
     for (;;)
     {
-        const int count = static_cast<int>(stream->Read(block, BLOCK_SIZE).LastRead());
-        if (count < 1 || !m_running || TestDestroy())
+        stream->ReadAll(block, BLOCK_SIZE);
+        const size_t count = stream->LastRead();
+        if (count == 0 || !IsWanted())
             break;
-        if (!WriteBlock(file, block, static_cast<size_t>(count)))
-            return failed(file.GetLastError());
-        total += count;
+        if (std::fwrite(block, 1, count, file.get()) != count)
+            return failed(errno);
+        total += static_cast<wxLongLong_t>(count);
         if (m_limit >= 0 && total > m_limit)
             break;
 
         const wxLongLong_t interval = m_notifyBytes;
         if (m_notify && interval > 0 && total % interval == 0)
         {
-            Post(event, wxDOWNLOAD_INPROGRESS, total);
-            WaitForReceiver(event);
+            if (held.empty())
+                heldSince = Clock::now();
+            held.push_back(total);
         }
+        if (!held.empty() && (!stream->CanRead() || held.size() == QUEUE_LIMIT ||
+                              Clock::now() - heldSince > FRAME_TIME))
+            postHeld();
     }
 
-    if (!file.Close())
-        return failed(file.GetLastError());
+    postHeld();
+    if (std::fclose(file.release()) != 0)
+        return failed(errno);
     stream.reset();
     Post(event, wxDOWNLOAD_COMPLETE, total);
     return true;
@@ -341,7 +348,7 @@ void wxDownloadFile::Post(wxDownloadEvent& event, int status, wxLongLong_t downl
 // delivers pending events until there are none, would see no more of the user.
 void wxDownloadFile::WaitForReceiver(const wxDownloadEvent& event)
 {
-    if (event.GetCopyCount() < QUEUE_LIMIT)
+    if (event.GetCopyCount() < static_cast<long>(QUEUE_LIMIT))
         return;
     const wxMutexLocker locker(handOff.lock);
     while (m_parent && !TestDestroy() && event.GetCopyCount() > 0)

@@ -77,6 +77,7 @@ private:
     friend class wxDownloadLog;
     friend class wxDownloadModule;
 
+    bool IsWanted() { return m_running && !TestDestroy(); }
     bool Transfer(wxURL& url, wxDownloadEvent& event);
     void Post(wxDownloadEvent& event, int status, wxLongLong_t downloadedBytes);
     void WaitForReceiver(const wxDownloadEvent& event);

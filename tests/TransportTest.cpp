@@ -87,7 +87,8 @@ std::string Fetch(
     if (!stream)
         return "failed";
     std::string body(1 << 20, '\0');
-    body.resize(stream->Read(&body[0], body.size()).LastRead());
+    stream->ReadAll(&body[0], body.size());
+    body.resize(stream->LastRead());
     char more;
     EXPECT_EQ(stream->Read(&more, 1).LastRead(), 0u) << "more after the end";
     return std::to_string(static_cast<long long>(stream->GetSize())) + ":" + body;

@@ -28,6 +28,9 @@ constexpr curl_off_t REAL_PROGRESS = 16 * 1024;
 // How often a resource is fetched from its start without getting further.
 constexpr int MAX_TRIES_IN_VAIN = 3;
 
+// What the reader asks for at a time, in bytes.
+constexpr size_t BLOCK_SIZE = 4096;
+
 // What may wait for the reader, in bytes; the server is held up beyond that.
 constexpr size_t BUFFER_LIMIT = 128 * 1024;
 
@@ -87,25 +90,37 @@ size_t WebTransfer::OnSysRead(void* buffer, size_t size)
 {
     if (m_readPosition == m_buffer.size())
         m_lastArrival = Clock::now(); // the reader may have been away for long
-    while (m_readPosition == m_buffer.size() && m_lasterror != wxSTREAM_EOF)
+    while (m_readPosition == m_buffer.size() && Fill() == 0 && m_lasterror != wxSTREAM_EOF)
     {
-        m_buffer.clear();
-        m_readPosition = 0;
-        curl_easy_pause(m_request->easy.get(), CURLPAUSE_CONT);
-        Advance();
-        if (!m_buffer.empty())
-            break;
         // An ftp server that has sent everything may still have something to say.
         if (m_received == m_resource.GetSize() || (m_stop && !Fail(GetReason())) ||
             (m_request->ended && (!IsCut() || !Resume())))
             m_lasterror = wxSTREAM_EOF;
-        else if (m_buffer.empty() && !m_request->ended)
+        else if (!m_request->ended)
             Wait();
     }
     const size_t count = std::min(size, m_buffer.size() - m_readPosition);
     std::memcpy(buffer, m_buffer.data() + m_readPosition, count);
     m_readPosition += count;
     return count;
+}
+
+bool WebTransfer::CanRead() const
+{
+    return m_buffer.size() - m_readPosition >= BLOCK_SIZE ||
+           const_cast<WebTransfer*>(this)->Fill() >= BLOCK_SIZE ||
+           m_received == m_resource.GetSize();
+}
+
+// Takes in what has arrived; returns how many bytes can be read then.
+size_t WebTransfer::Fill()
+{
+    m_buffer.erase(m_buffer.begin(),
+                   m_buffer.begin() + static_cast<std::ptrdiff_t>(m_readPosition));
+    m_readPosition = 0;
+    curl_easy_pause(m_request->easy.get(), CURLPAUSE_CONT);
+    Advance();
+    return m_buffer.size();
 }
 
 bool WebTransfer::MayGoOn()

@@ -42,6 +42,9 @@ public:
     // Size of the body in bytes, all ones when it is not known. Valid once Open() has succeeded.
     size_t GetSize() const override { return static_cast<size_t>(m_resource.GetSize()); }
 
+    // Returns whether a block of 4096 bytes, or what is left, can be read without waiting.
+    bool CanRead() const override;
+
 protected:
     // Waits for some of the body. The stream ends with the body, or when the rest of it cannot be
     // had.
@@ -67,6 +70,7 @@ private:
     Verdict Ask(const std::string& range = std::string());
     void Advance();
     void Wait();
+    size_t Fill();
     Verdict Judge();
     bool Take(const char* data, size_t size);
     bool IsCut() const;
