@@ -1,0 +1,253 @@
+// A server that says what it was told to, byte for byte, in the clear or over TLS, and remembers what it was asked.
+
+#pragma once
+
+#include <openssl/pem.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+// A key and a certificate for 127.0.0.1 that nobody vouches for, made anew.
+class Tls
+{
+public:
+    explicit Tls(int newest = TLS1_3_VERSION)
+    {
+        X509_gmtime_adj(X509_getm_notBefore(m_certificate.get()), -3600);
+        X509_gmtime_adj(X509_getm_notAfter(m_certificate.get()), 3600);
+        X509_set_version(m_certificate.get(), 2);
+        X509_NAME* const name = X509_get_subject_name(m_certificate.get());
+        X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>("test"), -1, -1, 0);
+        X509_set_issuer_name(m_certificate.get(), name);
+        X509_EXTENSION* const host = X509V3_EXT_conf_nid(nullptr, nullptr, NID_subject_alt_name, "IP:127.0.0.1");
+        X509_add_ext(m_certificate.get(), host, -1);
+        X509_EXTENSION_free(host);
+        X509_set_pubkey(m_certificate.get(), m_key.get());
+        X509_sign(m_certificate.get(), m_key.get(), EVP_sha256());
+
+        SSL_CTX_set_cipher_list(m_context.get(), "DEFAULT@SECLEVEL=0");
+        SSL_CTX_set_min_proto_version(m_context.get(), TLS1_VERSION);
+        SSL_CTX_set_max_proto_version(m_context.get(), newest);
+        SSL_CTX_use_certificate(m_context.get(), m_certificate.get());
+        SSL_CTX_use_PrivateKey(m_context.get(), m_key.get());
+        SSL_CTX_set_alpn_select_cb(m_context.get(), &Tls::ChooseProtocol, this);
+    }
+
+    void SaveCertificate(const std::string& path) const
+    {
+        const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "w"), &fclose);
+        PEM_write_X509(file.get(), m_certificate.get());
+    }
+
+    // The name under which a directory of certificates holds this one.
+    std::string GetHashedName() const
+    {
+        char name[20];
+        snprintf(name, sizeof(name), "%08lx.0", X509_subject_name_hash(m_certificate.get()));
+        return name;
+    }
+
+    SSL_CTX* Get() const { return m_context.get(); }
+
+    std::string m_protocol = "http/1.1"; // or "h2"
+
+private:
+    static int ChooseProtocol(SSL*, const unsigned char** chosen, unsigned char* size, const unsigned char*, unsigned,
+                              void* self)
+    {
+        const std::string& protocol = static_cast<Tls*>(self)->m_protocol;
+        *chosen = reinterpret_cast<const unsigned char*>(protocol.data());
+        *size = static_cast<unsigned char>(protocol.size());
+        return SSL_TLSEXT_ERR_OK;
+    }
+
+    template <auto function>
+    struct Free
+    {
+        template <typename T>
+        void operator()(T* object) const
+        {
+            function(object);
+        }
+    };
+    const std::unique_ptr<EVP_PKEY, Free<EVP_PKEY_free>> m_key{EVP_EC_gen("P-256")};
+    const std::unique_ptr<X509, Free<X509_free>> m_certificate{X509_new()};
+    const std::unique_ptr<SSL_CTX, Free<SSL_CTX_free>> m_context{SSL_CTX_new(TLS_server_method())};
+};
+
+// One client's connection.
+class Connection
+{
+public:
+    Connection(int socket, const Tls* tls) : m_socket(socket), m_tls(tls ? SSL_new(tls->Get()) : nullptr)
+    {
+        if (m_tls)
+            SSL_set_fd(m_tls, socket);
+        m_open = !m_tls || SSL_accept(m_tls) == 1;
+    }
+
+    ~Connection()
+    {
+        if (m_tls)
+            SSL_shutdown(m_tls);
+        SSL_free(m_tls);
+        shutdown(m_socket, SHUT_RDWR);
+        close(m_socket);
+    }
+
+    bool Send(const std::string& text)
+    {
+        const int size = static_cast<int>(text.size());
+        return m_open && size == (m_tls ? SSL_write(m_tls, text.data(), size)
+                                        : static_cast<int>(send(m_socket, text.data(), text.size(), MSG_NOSIGNAL)));
+    }
+
+    // Reads up to and including the end; less when the client has closed.
+    std::string Read(const std::string& end)
+    {
+        std::string text;
+        char byte;
+        while (m_open && (text.size() < end.size() || text.compare(text.size() - end.size(), end.size(), end) != 0) &&
+               (m_tls ? SSL_read(m_tls, &byte, 1) : recv(m_socket, &byte, 1, 0)) == 1)
+            text += byte;
+        return text;
+    }
+
+    // Sends a TLS message that carries nothing.
+    bool SendTicket()
+    {
+        char byte;
+        const bool there = recv(m_socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0 || errno == EAGAIN;
+        return there && SSL_new_session_ticket(m_tls) == 1 && SSL_do_handshake(m_tls) == 1;
+    }
+
+private:
+    const int m_socket;
+    SSL* const m_tls;
+    bool m_open = false;
+};
+
+class ScriptedServer
+{
+public:
+    using Dialogue = std::function<void(Connection& connection, int number)>;
+
+    // Speaks with each client, the number of its connection counting from 0, until the dialogue returns.
+    explicit ScriptedServer(Dialogue dialogue, const Tls* tls = nullptr) : m_dialogue(std::move(dialogue)), m_tls(tls)
+    {
+        signal(SIGPIPE, SIG_IGN); // OpenSSL knows no better
+        sockaddr_in address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+        socklen_t size = sizeof(address);
+        bind(m_listener, reinterpret_cast<sockaddr*>(&address), size);
+        listen(m_listener, 50);
+        getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &size);
+        m_port = ntohs(address.sin_port);
+        m_thread = std::thread([this] { Accept(); });
+    }
+
+    // Answers the n-th request, each on a connection of its own, with the n-th text; the last one serves all that
+    // follow. A text that ends in "..." stays as it is; what follows "***" in it is said for ever.
+    explicit ScriptedServer(std::vector<std::string> answers, const Tls* tls = nullptr)
+        : ScriptedServer(
+              [this, answers](Connection& connection, int)
+              {
+                  const size_t number = Remember(connection.Read("\r\n\r\n"));
+                  Say(connection, answers[std::min(number, answers.size() - 1)]);
+              },
+              tls)
+    {
+    }
+
+    ~ScriptedServer()
+    {
+        shutdown(m_listener, SHUT_RDWR);
+        m_thread.join();
+        close(m_listener);
+    }
+
+    std::string Url(const std::string& path = "/file", const std::string& scheme = "") const
+    {
+        return (scheme.empty() ? m_tls ? "https" : "http" : scheme) + "://127.0.0.1:" + std::to_string(m_port) + path;
+    }
+
+    std::vector<std::string> GetRequests()
+    {
+        const std::lock_guard<std::mutex> locker(m_lock);
+        return m_requests;
+    }
+
+    // Returns how many requests came before.
+    size_t Remember(const std::string& request)
+    {
+        const std::lock_guard<std::mutex> locker(m_lock);
+        m_requests.push_back(request);
+        return m_requests.size() - 1;
+    }
+
+    void Say(Connection& connection, const std::string& answer)
+    {
+        const size_t stars = answer.find("***");
+        if (stars != std::string::npos)
+        {
+            connection.Send(answer.substr(0, stars));
+            std::string flood = answer.substr(stars + 3);
+            while (flood.size() < 16384)
+                flood += flood;
+            while (!m_stopping && connection.Send(flood))
+                continue;
+        }
+        else if (answer.size() >= 3 && answer.compare(answer.size() - 3, 3, "...") == 0)
+        {
+            connection.Send(answer.substr(0, answer.size() - 3));
+            connection.Read("never said");
+        }
+        else
+            connection.Send(answer);
+    }
+
+private:
+    void Accept()
+    {
+        std::list<std::thread> threads;
+        std::vector<int> sockets;
+        for (int socket; (socket = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;)
+        {
+            sockets.push_back(dup(socket));
+            threads.emplace_back(
+                [this, socket, number = static_cast<int>(threads.size())]
+                {
+                    Connection connection(socket, m_tls);
+                    m_dialogue(connection, number);
+                });
+        }
+        m_stopping = true;
+        for (const int socket : sockets)
+            shutdown(socket, SHUT_RDWR);
+        for (std::thread& thread : threads)
+            thread.join();
+        for (const int socket : sockets)
+            close(socket);
+    }
+
+    const Dialogue m_dialogue;
+    const Tls* const m_tls;
+    const int m_listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int m_port = 0;
+    std::thread m_thread;
+    std::atomic<bool> m_stopping{false};
+    std::mutex m_lock;
+    std::vector<std::string> m_requests;
+};
