@@ -281,57 +281,64 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
     if (m_fileSize != UNKNOWN_SIZE)
         event.SetFileSize(m_fileSize);
 
-    const auto failed = [&event](int error) { return event.SetFileError(error), false; };
+    const int error = Save(*stream, event);
+    event.SetFileError(error);
+    if (error != 0)
+        return false;
+    stream.reset();
+    Post(event, wxDOWNLOAD_COMPLETE, event.GetDownloadedBytes());
+    return true;
+}
+
+// Writes the stream to the local file, with progress reports; the event has the bytes written then.
+// Returns why that failed, as errno(3), or 0.
+int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
+{
     File file = OpenFile(m_localFile);
-    if (!file)
-        return failed(errno);
     // Once the owner has let go, the path may be somebody else's. EINVAL: it is no regular file.
-    if (IsWanted() && ftruncate(fileno(file.get()), 0) != 0 && errno != EINVAL)
-        return failed(errno);
+    if (!file || (IsWanted() && ftruncate(fileno(file.get()), 0) != 0 && errno != EINVAL))
+        return errno;
 
     // Every post wakes the main thread: reports are held while there is more to read at once.
     std::vector<wxLongLong_t> held;
-    Clock::time_point heldSince;
+    Clock::time_point posted;
     const auto postHeld = [&]
     {
         for (const wxLongLong_t bytes : held)
             Post(event, wxDOWNLOAD_INPROGRESS, bytes);
         held.clear();
+        posted = Clock::now();
         WaitForReceiver(event);
     };
 
+    int error = 0;
     wxLongLong_t total = 0;
     char block[BLOCK_SIZE];
-    for (;;)
+    while (m_limit < 0 || total <= m_limit)
     {
-        stream->ReadAll(block, BLOCK_SIZE);
-        const size_t count = stream->LastRead();
+        stream.ReadAll(block, BLOCK_SIZE);
+        const size_t count = stream.LastRead();
         if (count == 0 || !IsWanted())
             break;
         if (std::fwrite(block, 1, count, file.get()) != count)
-            return failed(errno);
-        total += static_cast<wxLongLong_t>(count);
-        if (m_limit >= 0 && total > m_limit)
+        {
+            error = errno;
             break;
+        }
+        total += static_cast<wxLongLong_t>(count);
 
         const wxLongLong_t interval = m_notifyBytes;
         if (m_notify && interval > 0 && total % interval == 0)
-        {
-            if (held.empty())
-                heldSince = Clock::now();
             held.push_back(total);
-        }
-        if (!held.empty() && (!stream->CanRead() || held.size() == QUEUE_LIMIT ||
-                              Clock::now() - heldSince > FRAME_TIME))
+        if (!held.empty() &&
+            (held.size() == QUEUE_LIMIT || !stream.CanRead() || Clock::now() - posted > FRAME_TIME))
             postHeld();
     }
-
     postHeld();
-    if (std::fclose(file.release()) != 0)
-        return failed(errno);
-    stream.reset();
-    Post(event, wxDOWNLOAD_COMPLETE, total);
-    return true;
+    if (std::fclose(file.release()) != 0 && error == 0)
+        error = errno;
+    event.SetDownloadedBytes(total);
+    return error;
 }
 
 void wxDownloadFile::Post(wxDownloadEvent& event, int status, wxLongLong_t downloadedBytes)

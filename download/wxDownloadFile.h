@@ -77,8 +77,9 @@ private:
     friend class wxDownloadLog;
     friend class wxDownloadModule;
 
-    bool IsWanted() { return m_running && !TestDestroy(); }
+    bool IsWanted() { return m_parent && m_running && !TestDestroy(); }
     bool Transfer(wxURL& url, wxDownloadEvent& event);
+    int Save(wxInputStream& stream, wxDownloadEvent& event);
     void Post(wxDownloadEvent& event, int status, wxLongLong_t downloadedBytes);
     void WaitForReceiver(const wxDownloadEvent& event);
     void WaitUntilLetGo();

@@ -2,19 +2,43 @@
 
 #include "download/wxDownloadEvent.h"
 #include "download/wxDownloadFile.h"
+#include "tests/ScriptedServer.h"
 #include "tests/Support.h"
 
 #include <wx/frame.h>
+#include <wx/protocol/protocol.h>
+#include <wx/sstream.h>
+#include <wx/url.h>
 
+#include <future>
 #include <random>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+// A protocol whose streams a test makes.
+class TestProtocol : public wxProtocol
+{
+    wxDECLARE_DYNAMIC_CLASS_NO_COPY(TestProtocol);
+    DECLARE_PROTOCOL(TestProtocol)
+
+public:
+    TestProtocol() = default;
+    wxInputStream* GetInputStream(const wxString&) override { return new wxStringInputStream(s_open(*this)); }
+    wxString GetContentType() const override { return wxString(); }
+    bool Abort() override { return false; }
+
+    static std::function<std::string(wxProtocol&)> s_open;
+};
+std::function<std::string(wxProtocol&)> TestProtocol::s_open;
+wxIMPLEMENT_DYNAMIC_CLASS(TestProtocol, wxProtocol);
+IMPLEMENT_PROTOCOL(TestProtocol, wxT("test"), wxT("1"), false)
 
 namespace
 {
 
-// Keeps the reports it receives as text, "status received/size".
+// Keeps the reports it receives as text, "status received/size", and the error of the file.
 class Receiver : public wxFrame
 {
 public:
@@ -32,6 +56,8 @@ public:
         m_ended = event.GetDownloadStatus() != wxDOWNLOAD_INPROGRESS;
         m_reports += wxString::Format("%d %lld/%lld ", event.GetDownloadStatus(), event.GetDownloadedBytes(),
                                       event.GetFileSize());
+        if (event.GetFileError() != 0)
+            m_reports += strerrorname_np(event.GetFileError());
     }
 
     std::atomic<bool> m_letGo{false};
@@ -113,9 +139,16 @@ TEST_F(DownloadTest, ReportsAndSavesWhatTheServerSends)
     }
     Write(Path("local"), "local");
     EXPECT_EQ(Download("FILE://" + Path("local"), Path("file")), "1 5/5 ") << "the toolkit's own protocol";
+
+    const mode_t mask = umask(0);
+    EXPECT_EQ(Download("file://" + Path("local"), Path("new")), "1 5/5 ");
+    umask(mask);
+    struct stat found = {};
+    stat(Path("new").c_str(), &found);
+    EXPECT_EQ(found.st_mode & 07777u, 0666u);
 }
 
-TEST_F(DownloadTest, WhatCannotBeOpenedOrWrittenFails)
+TEST_F(DownloadTest, WhatCannotBeOpenedFailsAndTouchesNothing)
 {
     Write(Path("kept"), "kept");
     for (const std::string& url :
@@ -127,16 +160,97 @@ TEST_F(DownloadTest, WhatCannotBeOpenedOrWrittenFails)
         EXPECT_EQ(Download(url, Path("kept")), "-1 0/0 ") << url;
         EXPECT_EQ(Read(Path("kept")), "kept") << url;
     }
+}
 
+TEST_F(DownloadTest, WhatCannotBeWrittenSaysWhyAndNothingPlantedIsWrittenTo)
+{
     m_server.Serve("/file", Bytes(100000));
-    // In a place that all users share an own link is followed, and nobody else's.
-    chmod(Path("tmp").c_str(), 01777);
-    EXPECT_EQ(symlink(Path("kept").c_str(), Path("tmp/link").c_str()), 0);
-    const bool others = lchown(Path("tmp/link").c_str(), 65534, 65534) == 0; // as root only
-    EXPECT_EQ(Download(m_server.Url("/file"), Path("tmp/link")), others ? "-1 0/0 " : "1 100000/100000 ");
-    EXPECT_EQ(Read(Path("kept")), others ? "kept" : Bytes(100000));
-    for (const std::string& path : {Path("missing/file"), Path("home"), std::string("/dev/full")})
-        EXPECT_EQ(Download(m_server.Url("/file"), path), "-1 0/0 ") << path;
+    Write(Path("kept"), "kept");
+    for (const char* folder : {"own", "team", "all"})
+    {
+        wxMkdir(Path(folder));
+        Write(Path(folder + std::string("/target")), "kept");
+        EXPECT_EQ(symlink("target", Path(folder + std::string("/link")).c_str()), 0);
+        EXPECT_EQ(link(Path("kept").c_str(), Path(folder + std::string("/hard")).c_str()), 0);
+        EXPECT_EQ(mkfifo(Path(folder + std::string("/pipe")).c_str(), 0666), 0);
+        Write(Path(folder + std::string("/others")), "kept");
+    }
+    chmod(Path("team").c_str(), 01770);
+    chmod(Path("all").c_str(), 01777);
+    const bool root = chown(Path("all/others").c_str(), 65534, 65534) == 0;
+
+    const std::string whole = "1 100000/100000 ", failed = "-1 0/0 ";
+    const std::pair<std::string, std::string> cases[] = {
+        {Path("missing/file"), failed + "ENOENT"},
+        {Path("home"), failed + "EISDIR"},
+        {"/dev/full", failed + "ENOSPC"},
+        {Path("own/pipe"), failed + "ENXIO"},
+        {Path("own/link"), whole},
+        {Path("team/link"), failed + "ELOOP"},
+        {Path("team/hard"), failed + "EPERM"},
+        {Path("all/link"), failed + "ELOOP"},
+        {Path("all/hard"), failed + "EPERM"},
+        {Path("all/pipe"), failed + "ENXIO"},
+        {Path("all/others"), root ? failed + "EPERM" : whole},
+        {Path("all/new"), whole},
+        {Path("all/target"), whole},
+    };
+    for (const auto& [path, reports] : cases)
+        EXPECT_EQ(Download(m_server.Url("/file"), path, false), reports) << path;
+    EXPECT_EQ(Read(Path("kept")), "kept");
+    EXPECT_EQ(Read(Path("team/target")), "kept");
+    EXPECT_EQ(Read(Path("own/target")), Bytes(100000));
+
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit unlimited = {};
+    getrlimit(RLIMIT_FSIZE, &unlimited);
+    const rlimit limited = {20000, unlimited.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limited);
+    EXPECT_EQ(Download(m_server.Url("/file"), Path("large")), "2 16384/100000 -1 0/0 EFBIG");
+    setrlimit(RLIMIT_FSIZE, &unlimited);
+    EXPECT_EQ(Read(Path("large")), Bytes(100000).substr(0, 20000)) << "what fitted stays";
+}
+
+TEST_F(DownloadTest, EndsAtItsLimitAndLeavesAFileAloneThatIsAnothersByNow)
+{
+    ScriptedServer endless({"HTTP/1.1 200 OK\r\n\r\n***x"});
+    Receiver receiver;
+    wxDownloadFile* download = new wxDownloadFile(&receiver, endless.Url(), Path("file"), false, 0, 5000);
+    EXPECT_TRUE(Pump([&] { return receiver.m_ended; }));
+    download->CancelDownload();
+    EXPECT_EQ(receiver.m_reports, "1 8192/0 ");
+    EXPECT_EQ(Read(Path("file")), std::string(8192, 'x'));
+
+    TestProtocol::s_open = [](wxProtocol& protocol) { return std::to_string(protocol.GetTimeout()); };
+    EXPECT_EQ(Download("test:x", Path("file")), "1 3/3 ");
+    EXPECT_EQ(Read(Path("file")), "100") << "seconds that a server may be silent";
+
+    std::promise<void> started;
+    TestProtocol::s_open = [&](wxProtocol&) { return started.get_future().wait(), download->CancelDownload(), "new"; };
+    download = new wxDownloadFile(&receiver, "test:x", Path("file"), false, 0);
+    started.set_value();
+    EXPECT_TRUE(Pump([&] { return true; }));
+    wxMilliSleep(200);
+    EXPECT_EQ(Read(Path("file")), "100");
+}
+
+TEST_F(DownloadTest, ReportsNeitherPileUpNorWaitForTheNetwork)
+{
+    m_server.Serve("/large", std::string(32 << 20, 'x'));
+    Receiver receiver;
+    wxDownloadFile* download = new wxDownloadFile(&receiver, m_server.Url("/large"), Path("file"), true, 16384);
+    wxMilliSleep(500);
+    EXPECT_GT(receiver.m_posted, 255);
+    EXPECT_LT(receiver.m_posted, 600);
+    EXPECT_TRUE(Pump([&] { return receiver.m_ended; }));
+    download->CancelDownload();
+    EXPECT_EQ(receiver.m_posted, (32 << 20) / 16384 + 1);
+
+    ScriptedServer stalled({"HTTP/1.1 200 OK\r\nContent-Length: 99999\r\n\r\n" + std::string(33000, 'x') + "..."});
+    receiver.m_reports.clear();
+    download = new wxDownloadFile(&receiver, stalled.Url(), Path("file"), true, 16384);
+    EXPECT_TRUE(Pump([&] { return receiver.m_reports == "2 16384/99999 2 32768/99999 "; })) << receiver.m_reports;
+    download->CancelDownload();
 }
 
 // The owner lets go at any instant, the one between the last report and its handling included, and
