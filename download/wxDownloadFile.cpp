@@ -42,8 +42,6 @@ constexpr size_t QUEUE_LIMIT = 256;
 // How long a progress report may be held; the window draws no more often.
 constexpr std::chrono::milliseconds FRAME_TIME(16);
 
-constexpr wxLongLong_t UNKNOWN_SIZE = -1; // wxInputStream::GetSize()'s marker, all ones
-
 // How long the process's end waits for threads that have been told to stop. Closing the window
 // takes effect within a second, also when a thread sits in a read that cannot be interrupted.
 constexpr std::chrono::milliseconds EXIT_WAIT(500);
@@ -54,9 +52,10 @@ constexpr std::chrono::milliseconds EXIT_WAIT(500);
 struct HandOff
 {
     wxMutex lock;
-    wxCondition receiverCleared{lock};
-    std::vector<wxDownloadFile*> downloads; // whose threads have been created
-    std::vector<pid_t> threads;             // that run a download, by their kernel ids
+    wxCondition letGo{lock};
+    std::atomic<bool> ending{false}; // the main loop has ended
+    std::atomic<int> downloads{0};   // objects there are
+    std::vector<pid_t> threads;      // that run a download, by their kernel ids
 };
 
 HandOff handOff;
@@ -120,7 +119,7 @@ protected:
     void DoLogRecord(wxLogLevel level, const wxString& msg, const wxLogRecordInfo& info) override
     {
         const wxMutexLocker locker(handOff.lock);
-        if (!m_download.m_parent)
+        if (!m_download.GetReceiver())
             return;
         // The text has the system's error in it by now; the new record must not add it again.
         const wxLogRecordInfo plain(info.filename, info.line, info.func, info.component);
@@ -151,14 +150,9 @@ public:
     {
         {
             const wxMutexLocker locker(handOff.lock);
-            for (wxDownloadFile* download : handOff.downloads)
-            {
-                download->m_running = false;
-                download->m_parent = nullptr;
-            }
-            handOff.receiverCleared.Broadcast();
+            handOff.ending = true;
+            handOff.letGo.Broadcast();
         }
-
         const auto end = Clock::now() + EXIT_WAIT;
         while (!HaveThreadsEnded())
         {
@@ -173,7 +167,7 @@ private:
     static bool HaveThreadsEnded()
     {
         const wxMutexLocker locker(handOff.lock);
-        return handOff.downloads.empty() &&
+        return handOff.downloads == 0 &&
                std::all_of(handOff.threads.begin(), handOff.threads.end(), HasEnded);
     }
 
@@ -192,6 +186,7 @@ wxDownloadFile::wxDownloadFile(wxWindow* parent, wxString url, wxString localFil
     , m_notify(notify)
     , m_notifyBytes(notifyBytes)
 {
+    ++handOff.downloads;
     // Makes sure that there is a log: without one, what a thread logs is dropped.
     wxLog::GetActiveTarget();
 
@@ -201,10 +196,6 @@ wxDownloadFile::wxDownloadFile(wxWindow* parent, wxString url, wxString localFil
         return;
     }
 
-    {
-        const wxMutexLocker locker(handOff.lock);
-        handOff.downloads.push_back(this);
-    }
     m_started = Run() == wxTHREAD_NO_ERROR;
     if (!m_started)
         wxLogError("Can't start download thread!");
@@ -212,9 +203,7 @@ wxDownloadFile::wxDownloadFile(wxWindow* parent, wxString url, wxString localFil
 
 wxDownloadFile::~wxDownloadFile()
 {
-    const wxMutexLocker locker(handOff.lock);
-    auto& downloads = handOff.downloads;
-    downloads.erase(std::remove(downloads.begin(), downloads.end(), this), downloads.end());
+    --handOff.downloads;
 }
 
 void wxDownloadFile::CancelDownload()
@@ -229,13 +218,17 @@ void wxDownloadFile::CancelDownload()
     const wxMutexLocker locker(handOff.lock);
     m_running = false;
     m_parent = nullptr;
-    handOff.receiverCleared.Broadcast();
+    handOff.letGo.Broadcast();
 }
 
-void wxDownloadFile::SetNotify(bool notify, wxLongLong_t notifyBytes)
+wxWindow* wxDownloadFile::GetReceiver() const
 {
-    m_notify = notify;
-    m_notifyBytes = notifyBytes;
+    return handOff.ending ? nullptr : m_parent.load();
+}
+
+bool wxDownloadFile::IsWanted()
+{
+    return GetReceiver() && m_running && !TestDestroy();
 }
 
 wxThread::ExitCode wxDownloadFile::Entry()
@@ -260,7 +253,9 @@ wxThread::ExitCode wxDownloadFile::Entry()
             Post(event, wxDOWNLOAD_FAIL, 0);
         }
     }
-    WaitUntilLetGo();
+    const wxMutexLocker locker(handOff.lock);
+    while (GetReceiver())
+        handOff.letGo.Wait();
     return nullptr;
 }
 
@@ -278,7 +273,7 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
         return false;
 
     m_fileSize = static_cast<wxLongLong_t>(stream->GetSize());
-    if (m_fileSize != UNKNOWN_SIZE)
+    if (m_fileSize != -1)
         event.SetFileSize(m_fileSize);
 
     const int error = Save(*stream, event);
@@ -347,7 +342,7 @@ void wxDownloadFile::Post(wxDownloadEvent& event, int status, wxLongLong_t downl
     event.SetDownloadedBytes(downloadedBytes);
 
     const wxMutexLocker locker(handOff.lock);
-    if (wxWindow* const parent = m_parent)
+    if (wxWindow* const parent = GetReceiver())
         parent->GetEventHandler()->AddPendingEvent(event);
 }
 
@@ -358,13 +353,6 @@ void wxDownloadFile::WaitForReceiver(const wxDownloadEvent& event)
     if (event.GetCopyCount() < static_cast<long>(QUEUE_LIMIT))
         return;
     const wxMutexLocker locker(handOff.lock);
-    while (m_parent && !TestDestroy() && event.GetCopyCount() > 0)
-        handOff.receiverCleared.WaitTimeout(1);
-}
-
-void wxDownloadFile::WaitUntilLetGo()
-{
-    const wxMutexLocker locker(handOff.lock);
-    while (m_parent)
-        handOff.receiverCleared.Wait();
+    while (GetReceiver() && !TestDestroy() && event.GetCopyCount() > 0)
+        handOff.letGo.WaitTimeout(1);
 }

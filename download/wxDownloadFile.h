@@ -64,7 +64,11 @@ public:
     wxLongLong_t GetFileSize() const { return m_fileSize; }
 
     // Changes the progress settings from the next block on. May be called on any thread.
-    void SetNotify(bool notify, wxLongLong_t notifyBytes);
+    void SetNotify(bool notify, wxLongLong_t notifyBytes)
+    {
+        m_notify = notify;
+        m_notifyBytes = notifyBytes;
+    }
 
     void OnExit() override {}
 
@@ -77,14 +81,14 @@ private:
     friend class wxDownloadLog;
     friend class wxDownloadModule;
 
-    bool IsWanted() { return m_parent && m_running && !TestDestroy(); }
+    wxWindow* GetReceiver() const; // null when nothing more is to be posted
+    bool IsWanted();
     bool Transfer(wxURL& url, wxDownloadEvent& event);
     int Save(wxInputStream& stream, wxDownloadEvent& event);
     void Post(wxDownloadEvent& event, int status, wxLongLong_t downloadedBytes);
     void WaitForReceiver(const wxDownloadEvent& event);
-    void WaitUntilLetGo();
 
-    std::atomic<wxWindow*> m_parent; // null when nothing more is to be posted
+    std::atomic<wxWindow*> m_parent; // null once the owner has let go
     const wxString m_url;
     const wxString m_localFile;
     const wxLongLong_t m_limit;

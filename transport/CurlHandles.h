@@ -7,6 +7,9 @@
 #include <memory>
 #include <set>
 
+#include <sys/socket.h>
+#include <unistd.h>
+
 template <auto function>
 struct CurlCleanup
 {
@@ -23,20 +26,40 @@ using CurlUrl = std::unique_ptr<CURLU, CurlCleanup<curl_url_cleanup>>;
 using CurlHeaders = std::unique_ptr<curl_slist, CurlCleanup<curl_slist_free_all>>;
 using CurlText = std::unique_ptr<char, CurlCleanup<curl_free>>;
 
-// The sockets of a multi handle's connections, which it outlives. While input keeps coming that
-// libcurl has no use for, its functions do not return before the connection ends.
+// The sockets of a multi handle's connections, which it outlives. libcurl's functions return from
+// input that has no use and no end only when the connection ends.
 class CurlSockets
 {
 public:
     // Learns of the sockets that are opened for this handle.
-    void Watch(CURL* easy);
+    void Watch(CURL* easy)
+    {
+        curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &CurlSockets::OnOpen);
+        curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
+        curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &CurlSockets::OnClose);
+        curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
+    }
 
     // Makes every connection end at once, as if the server had closed it.
-    void HangUp() const;
+    void HangUp() const
+    {
+        for (const curl_socket_t socket : m_sockets)
+            shutdown(socket, SHUT_RDWR);
+    }
 
 private:
-    static curl_socket_t OnOpen(void* self, curlsocktype purpose, curl_sockaddr* address);
-    static int OnClose(void* self, curl_socket_t socket);
+    static curl_socket_t OnOpen(void* self, curlsocktype, curl_sockaddr* address)
+    {
+        const int type = address->socktype | SOCK_CLOEXEC;
+        const curl_socket_t opened = socket(address->family, type, address->protocol);
+        return *static_cast<CurlSockets*>(self)->m_sockets.insert(opened).first;
+    }
+
+    static int OnClose(void* self, curl_socket_t socket)
+    {
+        static_cast<CurlSockets*>(self)->m_sockets.erase(socket);
+        return close(socket);
+    }
 
     std::set<curl_socket_t> m_sockets;
 };

@@ -1,5 +1,5 @@
 // Where a transfer asks: the URL (RFC 3986) that it was given, later the one its answer came from.
-// Credentials go only to the host they were given for. An object belongs to one thread.
+// An object belongs to one thread.
 
 #pragma once
 
@@ -10,18 +10,15 @@
 class WebAddress
 {
 public:
-    // Takes the URL that was given, as UTF-8, which may hold user:password@. Returns whether it is
-    // valid.
+    // Takes a URL, as UTF-8, which may hold user:password@. Returns whether it is valid.
     bool Set(const std::string& url);
 
-    // Goes to the URL that an answer came from, by libcurl. The credentials that were given come
-    // along to the same host and port, and where the same host has asked for TLS.
+    // Goes to the URL that an answer came from, as libcurl tells it. The credentials that were
+    // given come along to the same host and port, and where the same host has asked for TLS.
     void MoveTo(const char* url);
 
-    // The URL to ask for, credentials included.
+    // The URL to ask for; and the one for the log, without credentials, empty when it is not valid.
     std::string GetUrl() const;
-
-    // The URL for the log, without credentials; empty before a valid one was set.
     std::string GetText() const;
 
     bool IsFtp() const;

@@ -21,21 +21,17 @@ constexpr milliseconds POLL_INTERVAL(50);
 
 // The pauses between the tries to go on grow from the first to the last; so many bytes make them
 // small again.
-constexpr milliseconds FIRST_PAUSE(250);
-constexpr milliseconds LAST_PAUSE(8000);
+constexpr milliseconds FIRST_PAUSE(250), LAST_PAUSE(8000);
 constexpr curl_off_t REAL_PROGRESS = 16 * 1024;
 
 // How often a resource is fetched from its start without getting further.
 constexpr int MAX_TRIES_IN_VAIN = 3;
 
-// What the reader asks for at a time, in bytes.
+// In bytes: what the reader asks for at a time, what is asked for from the network (libcurl's own
+// 16 KiB cost more calls), and what may wait for the reader before the server is held up.
 constexpr size_t BLOCK_SIZE = 4096;
-
-// What may wait for the reader, in bytes; the server is held up beyond that.
-constexpr size_t BUFFER_LIMIT = 128 * 1024;
-
-// What is asked for from the network at a time, in bytes: fewer calls than with libcurl's 16 KiB.
 constexpr long RECEIVE_SIZE = 128 * 1024;
+constexpr size_t BUFFER_LIMIT = 128 * 1024;
 
 // No honest answer has a larger header, in bytes.
 constexpr size_t HEADER_LIMIT = 256 * 1024;
@@ -88,8 +84,7 @@ bool WebTransfer::Open(const std::string& url)
 
 size_t WebTransfer::OnSysRead(void* buffer, size_t size)
 {
-    if (m_readPosition == m_buffer.size())
-        m_lastArrival = Clock::now(); // the reader may have been away for long
+    m_lastArrival = Clock::now(); // the reader may have been away for long
     while (m_readPosition == m_buffer.size() && Fill() == 0 && m_lasterror != wxSTREAM_EOF)
     {
         // An ftp server that has sent everything may still have something to say.
@@ -107,9 +102,11 @@ size_t WebTransfer::OnSysRead(void* buffer, size_t size)
 
 bool WebTransfer::CanRead() const
 {
-    return m_buffer.size() - m_readPosition >= BLOCK_SIZE ||
-           const_cast<WebTransfer*>(this)->Fill() >= BLOCK_SIZE ||
-           m_received == m_resource.GetSize();
+    if (m_buffer.size() - m_readPosition >= BLOCK_SIZE)
+        return true;
+    WebTransfer& self = const_cast<WebTransfer&>(*this);
+    self.m_lastArrival = Clock::now();
+    return self.Fill() >= BLOCK_SIZE || m_received == m_resource.GetSize();
 }
 
 // Takes in what has arrived; returns how many bytes can be read then.
@@ -136,36 +133,43 @@ bool WebTransfer::MayGoOn()
 bool WebTransfer::MayTakeMore()
 {
     int& calls = m_request->callsInVain;
-    if (!MayGoOn())
-        return false;
     if (++calls == CALLS_IN_VAIN)
         m_request->vainSince = GetProcessorTime();
-    else if (calls > CALLS_IN_VAIN && GetProcessorTime() - m_request->vainSince > VAIN_LIMIT)
+    const bool mayGoOn = MayGoOn();
+    if (mayGoOn && calls > CALLS_IN_VAIN && GetProcessorTime() - m_request->vainSince > VAIN_LIMIT)
         std::this_thread::sleep_for(POLL_INTERVAL);
-    return true;
+    return mayGoOn;
 }
 
 // Asks for a byte range, such as "100-", or for all.
 void WebTransfer::StartRequest(const std::string& range)
 {
     StopRequest();
-    if (range.empty() && (!m_request || m_request->known == 0))
+    if (!m_request || m_request->known == 0)
         m_expected = XXH3_64bits_digest(m_hash.get());
     XXH3_64bits_reset(m_hash.get());
     m_request = std::make_unique<Request>();
     m_request->known = range.empty() ? m_received : 0;
 
     CURL* const easy = m_request->easy.get();
+    // Without a quick exit the end of a cancelled transfer would wait for the resolver.
+    const std::pair<CURLoption, long> numbers[] = {
+        {CURLOPT_FOLLOWLOCATION, range.empty()},
+        {CURLOPT_MAXREDIRS, MAX_REDIRECTS},
+        {CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2},
+        {CURLOPT_PROXY_SSLVERSION, CURL_SSLVERSION_TLSv1_2},
+        {CURLOPT_SUPPRESS_CONNECT_HEADERS, 1},
+        {CURLOPT_BUFFERSIZE, RECEIVE_SIZE},
+        {CURLOPT_NOSIGNAL, 1},
+        {CURLOPT_QUICK_EXIT, 1},
+        {CURLOPT_NOPROGRESS, 0},
+        {CURLOPT_VERBOSE, 1}};
+    for (const auto& [option, number] : numbers)
+        curl_easy_setopt(easy, option, number);
     curl_easy_setopt(easy, CURLOPT_URL, m_address.GetUrl().c_str());
     curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, range.empty() ? 1L : 0L);
-    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, MAX_REDIRECTS);
-    curl_easy_setopt(easy, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    curl_easy_setopt(easy, CURLOPT_PROXY_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    UseTrustStore(easy);
     curl_easy_setopt(easy, CURLOPT_USERAGENT, "Kestrel/" KESTREL_VERSION);
-    curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-    curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, RECEIVE_SIZE);
+    UseTrustStore(easy);
     if (!range.empty())
     {
         const std::string condition = "If-Range: " + m_resource.GetValidator();
@@ -173,10 +177,6 @@ void WebTransfer::StartRequest(const std::string& range)
         curl_easy_setopt(easy, CURLOPT_HTTPHEADER, m_request->headers.get());
         curl_easy_setopt(easy, CURLOPT_RANGE, range.c_str());
     }
-
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-    // Without it the end of a cancelled transfer would wait for the resolver.
-    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, m_request->error);
     curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &WebTransfer::OnHeader);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &WebTransfer::OnBody);
@@ -185,8 +185,6 @@ void WebTransfer::StartRequest(const std::string& range)
     for (const CURLoption option :
          {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_XFERINFODATA, CURLOPT_DEBUGDATA})
         curl_easy_setopt(easy, option, this);
-    curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
-    curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L);
     m_sockets.Watch(easy);
     curl_multi_add_handle(m_multi.get(), easy);
 }
@@ -204,7 +202,7 @@ WebTransfer::Verdict WebTransfer::Ask(const std::string& range)
 {
     ++m_attempt;
     StartRequest(range);
-    for (Advance(); !m_request->answered && !m_request->ended && MayGoOn(); Advance())
+    for (Advance(); !m_request->answered && !m_request->ended && !m_stop; Advance())
         Wait();
     const char* url = "";
     curl_easy_getinfo(m_request->easy.get(), CURLINFO_EFFECTIVE_URL, &url);
@@ -299,7 +297,8 @@ bool WebTransfer::Take(const char* data, size_t size)
 // the last one of an unknown whole.
 bool WebTransfer::IsCut() const
 {
-    return m_resource.GetSize() >= 0 || m_resource.GetEnd() >= 0 || m_request->result != CURLE_OK;
+    return m_request->verdict == Verdict::Accept &&
+           (m_resource.GetSize() >= 0 || m_resource.GetEnd() >= 0 || m_request->result != CURLE_OK);
 }
 
 // Asks for the rest until it comes, or nothing more of the resource can be had; returns whether it
@@ -370,21 +369,16 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
         return size;
 
     CURL* const easy = request.easy.get();
-    request.answered = status / 100 != 3 || GetWebHeader(easy, "Location").empty();
-    if (request.answered)
-        return size;
-    const bool known = (status >= 301 && status <= 303) || status == 307 || status == 308;
-    if (!known || IsContradiction(easy))
-    {
-        request.answered = true;
-        return 0;
-    }
+    const bool moved = (status >= 301 && status <= 303) || status == 307 || status == 308;
+    request.answered = !moved || request.headers || GetWebHeader(easy, "Location").empty() ||
+                       IsContradiction(easy);
     request.headerSize = 0;
     const char* url = "";
     curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &url);
     if (std::strncmp(url, "https:", 6) == 0)
         curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "https");
-    return size;
+    // libcurl would follow every status from 300 to 399.
+    return status / 100 == 3 && request.answered ? 0 : size;
 }
 
 size_t WebTransfer::OnBody(char* data, size_t, size_t size, void* self)
