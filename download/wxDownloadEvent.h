@@ -19,7 +19,7 @@ class wxDownloadEvent : public wxNotifyEvent
 {
 public:
     wxDownloadEvent(wxEventType commandType = wxEVT_NULL, int id = 0);
-    wxDownloadEvent(const wxDownloadEvent& event);
+    wxDownloadEvent(const wxDownloadEvent& event) = default;
 
     // Returns a new copy, owned by the caller.
     wxEvent* Clone() const override { return new wxDownloadEvent(*this); }

@@ -60,11 +60,16 @@ struct HandOff
 
 HandOff handOff;
 
-// Whether a thread of this process is gone. A detached thread cannot be joined, and the toolkit's
-// code still runs in it when its object has been deleted; only the kernel knows when it has ended.
-bool HasEnded(pid_t thread)
+// Forgets the threads that are gone; returns whether all are. A detached thread cannot be joined,
+// and the toolkit's code still runs in it when its object has been deleted: only the kernel knows.
+bool HaveThreadsEnded()
 {
-    return tgkill(getpid(), thread, 0) != 0 && errno == ESRCH;
+    const auto hasEnded = [](pid_t thread)
+    { return tgkill(getpid(), thread, 0) != 0 && errno == ESRCH; };
+    const wxMutexLocker locker(handOff.lock);
+    auto& threads = handOff.threads;
+    threads.erase(std::remove_if(threads.begin(), threads.end(), hasEnded), threads.end());
+    return threads.empty() && handOff.downloads == 0;
 }
 
 // Returns the URL with its scheme in lower case, the only one in which wxURL finds it.
@@ -164,13 +169,6 @@ public:
     }
 
 private:
-    static bool HaveThreadsEnded()
-    {
-        const wxMutexLocker locker(handOff.lock);
-        return handOff.downloads == 0 &&
-               std::all_of(handOff.threads.begin(), handOff.threads.end(), HasEnded);
-    }
-
     wxDECLARE_DYNAMIC_CLASS(wxDownloadModule);
 };
 
@@ -234,11 +232,10 @@ bool wxDownloadFile::IsWanted()
 wxThread::ExitCode wxDownloadFile::Entry()
 {
     m_running = true;
+    HaveThreadsEnded();
     {
         const wxMutexLocker locker(handOff.lock);
-        auto& threads = handOff.threads;
-        threads.erase(std::remove_if(threads.begin(), threads.end(), HasEnded), threads.end());
-        threads.push_back(gettid());
+        handOff.threads.push_back(gettid());
     }
     const wxDownloadLog log(*this);
     {

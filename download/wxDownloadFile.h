@@ -1,10 +1,9 @@
 // A detached thread that copies one URL into one local file and reports to one window.
 //
 // Reports are wxDownloadEvents, posted to the receiver's event handler in this order: any number of
-// wxDOWNLOAD_INPROGRESS, then exactly one wxDOWNLOAD_COMPLETE or wxDOWNLOAD_FAIL.
-//
-// When more progress reports wait than the receiver gets done, the transfer pauses until they are
-// handled.
+// wxDOWNLOAD_INPROGRESS, then exactly one wxDOWNLOAD_COMPLETE or wxDOWNLOAD_FAIL. Progress reports
+// are held while more can be read at once, for 16 ms at most. When more of them wait than the
+// receiver gets done, the transfer pauses until they are handled.
 //
 // The hand-off. The object is made with new and belongs to itself; its owner keeps a plain pointer
 // and calls CancelDownload() exactly once, either to stop the download or, when the last report has
@@ -35,19 +34,14 @@ class wxDownloadFile : public wxThread
 public:
     // Creates and starts the thread. Call on the main thread, after wxSocketBase::Initialize().
     //
-    // parent: the receiver; not null, not owned, and alive until CancelDownload() has been called.
-    //
-    // url: what to fetch, any URL that wxURL can open.
-    //
-    // localFile: where to write; an existing file is overwritten once the URL has been opened.
-    //
-    // notify: whether progress reports are posted.
-    //
-    // notifyBytes: the progress interval in bytes. A report comes each time the bytes received are
-    // a whole multiple of it; with an interval that is not positive none comes.
-    //
-    // limit: how many bytes are wanted at most, -1 for all. A transfer that goes beyond ends as at
-    // the end of the data, with at most a block of 4096 bytes more than the limit.
+    // parent       the receiver; not null, not owned, alive until CancelDownload() has been called
+    // url          what to fetch, any URL that wxURL can open
+    // localFile    where to write; an existing file is overwritten once the URL has been opened
+    // notify       whether progress reports are posted
+    // notifyBytes  the progress interval: a report comes each time the bytes received are a whole
+    //              multiple of it; with an interval that is not positive none comes
+    // limit        how many bytes are wanted at most, -1 for all. A transfer that goes beyond ends
+    //              as at the end of the data, with at most a block of 4096 bytes more
     //
     // When the thread cannot be created or started, the reason goes to the toolkit's error log and
     // no report will ever come; CancelDownload() is owed all the same.

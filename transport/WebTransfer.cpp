@@ -19,6 +19,9 @@ constexpr long MAX_REDIRECTS = 10;
 // How long it may take until a cancellation is seen.
 constexpr milliseconds POLL_INTERVAL(50);
 
+// How long the next bytes of a fast line take at most.
+constexpr milliseconds PACKET_TIME(2);
+
 // The pauses between the tries to go on grow from the first to the last; so many bytes make them
 // small again.
 constexpr milliseconds FIRST_PAUSE(250), LAST_PAUSE(8000);
@@ -92,7 +95,7 @@ size_t WebTransfer::OnSysRead(void* buffer, size_t size)
             (m_request->ended && (!IsCut() || !Resume())))
             m_lasterror = wxSTREAM_EOF;
         else if (!m_request->ended)
-            Wait();
+            Wait(POLL_INTERVAL);
     }
     const size_t count = std::min(size, m_buffer.size() - m_readPosition);
     std::memcpy(buffer, m_buffer.data() + m_readPosition, count);
@@ -106,6 +109,8 @@ bool WebTransfer::CanRead() const
         return true;
     WebTransfer& self = const_cast<WebTransfer&>(*this);
     self.m_lastArrival = Clock::now();
+    if (self.Fill() < BLOCK_SIZE && m_received != m_resource.GetSize())
+        self.Wait(PACKET_TIME);
     return self.Fill() >= BLOCK_SIZE || m_received == m_resource.GetSize();
 }
 
@@ -203,7 +208,7 @@ WebTransfer::Verdict WebTransfer::Ask(const std::string& range)
     ++m_attempt;
     StartRequest(range);
     for (Advance(); !m_request->answered && !m_request->ended && !m_stop; Advance())
-        Wait();
+        Wait(POLL_INTERVAL);
     const char* url = "";
     curl_easy_getinfo(m_request->easy.get(), CURLINFO_EFFECTIVE_URL, &url);
     m_address.MoveTo(url);
@@ -225,9 +230,9 @@ void WebTransfer::Advance()
     }
 }
 
-void WebTransfer::Wait()
+void WebTransfer::Wait(milliseconds time)
 {
-    curl_multi_poll(m_multi.get(), nullptr, 0, static_cast<int>(POLL_INTERVAL.count()), nullptr);
+    curl_multi_poll(m_multi.get(), nullptr, 0, static_cast<int>(time.count()), nullptr);
     MayGoOn();
 }
 

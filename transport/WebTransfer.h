@@ -42,7 +42,8 @@ public:
     // Size of the body in bytes, all ones when it is not known. Valid once Open() has succeeded.
     size_t GetSize() const override { return static_cast<size_t>(m_resource.GetSize()); }
 
-    // Returns whether a block of 4096 bytes, or what is left, can be read without waiting.
+    // Returns whether a block of 4096 bytes, or what is left, can be read at once, which is waited
+    // for 2 milliseconds at most.
     bool CanRead() const override;
 
 protected:
@@ -69,7 +70,7 @@ private:
     void StopRequest();
     Verdict Ask(const std::string& range = std::string());
     void Advance();
-    void Wait();
+    void Wait(std::chrono::milliseconds time);
     size_t Fill();
     Verdict Judge();
     bool Take(const char* data, size_t size);
