@@ -47,7 +47,8 @@ make_root() {
     [[ ! -e $root ]] || return 0
     emulate "$architecture"
     install_packages roots
-    sources=$(sources_of "$suite") || { echo "This machine's apt knows no Debian archive." >&2; return 1; }
+    # apt knows an archive's name only once it has fetched its lists.
+    sources=$(sources_of "$suite") || { apt-get update -q && sources=$(sources_of "$suite"); } || { echo "This machine's apt knows no Debian archive." >&2; return 1; }
     echo "Making $root"
     mkdir -p build/roots
     rm -rf "$root.part"
