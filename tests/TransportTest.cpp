@@ -470,6 +470,10 @@ private:
 
 TEST_F(TransportTest, FtpIsFetchedWithTheSameBounds)
 {
+    FtpServer directory(FtpServer::None);
+    EXPECT_EQ(Fetch(directory.Url("/folder/", "ftp")), "failed");
+    EXPECT_EQ(directory.GetCommands(), "") << "there is no file to ask for";
+
     const std::string neutral = "USER anonymous|PASS ftp@example.com|PWD|";
     const struct
     {

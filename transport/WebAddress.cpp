@@ -40,7 +40,9 @@ bool WebAddress::Set(const std::string& url)
     text.Replace(" ", "%20");
     m_given = Parse(text.utf8_string(), CURLU_URLENCODE);
     m_url = Parse(GetPart(m_given, CURLUPART_URL));
-    return m_url != nullptr;
+    // libcurl would list a directory.
+    const std::string path = GetPart(m_url, CURLUPART_PATH);
+    return m_url && !(IsFtp() && path.back() == '/');
 }
 
 void WebAddress::MoveTo(const char* url)

@@ -1,6 +1,6 @@
-// What is known of a resource from its first answer on: how long it is, and what tells it from
-// another one, so that the bytes of two are never joined when a transfer is resumed (RFC 9110,
-// sections 8.8, 13 and 14). An object belongs to one thread.
+// What is known of a resource from its first answer on: its length, and what tells it from another
+// one, so that the bytes of two are never joined (RFC 9110, sections 8.8, 13 and 14). An object
+// belongs to one thread.
 
 #pragma once
 
@@ -24,7 +24,6 @@ public:
     // What an If-Range header asks for: a strong entity tag, or a date when there is no tag and the
     // date is strong; empty where the server gave neither or does not take byte ranges.
     const std::string& GetValidator() const { return m_validator; }
-
     bool IsResumable() const { return !m_validator.empty(); }
 
     // Returns whether the last answer, with status 206, goes on at the offset received, in bytes,
@@ -35,18 +34,12 @@ public:
     // received, in bytes.
     static bool EndsAt(CURL* easy, curl_off_t received);
 
-    // Bytes in the whole, -1 when that is not known.
+    // Bytes in the whole, and up to the end of the part under way; -1 when that is not known or the
+    // answer is no part.
     curl_off_t GetSize() const { return m_size; }
-
-    // Where the part under way ends, in bytes from the start of the resource; -1 when the answer is
-    // no part or does not say.
     curl_off_t GetEnd() const { return m_end; }
 
 private:
-    curl_off_t m_size = -1;
-    curl_off_t m_end = -1;
-    std::string m_validator;
-    std::string m_coding;
-    std::string m_entityTag;
-    std::string m_lastModified;
+    curl_off_t m_size = -1, m_end = -1;
+    std::string m_validator, m_coding, m_entityTag, m_lastModified;
 };

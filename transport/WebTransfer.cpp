@@ -36,9 +36,6 @@ constexpr size_t BLOCK_SIZE = 4096;
 constexpr long RECEIVE_SIZE = 128 * 1024;
 constexpr size_t BUFFER_LIMIT = 128 * 1024;
 
-// No honest answer has a larger header, in bytes.
-constexpr size_t HEADER_LIMIT = 256 * 1024;
-
 // When libcurl has used so much processor time for nothing, what comes is a flood, and is taken in
 // slowly. The clock is not asked before so many calls.
 constexpr milliseconds VAIN_LIMIT(300);
@@ -363,8 +360,7 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
 {
     WebTransfer& transfer = *static_cast<WebTransfer*>(self);
     Request& request = *transfer.m_request;
-    request.headerSize += size;
-    if (request.headerSize > HEADER_LIMIT || !transfer.MayTakeMore())
+    if (!transfer.MayTakeMore())
         return 0;
     // An interim answer (1xx) is followed by another header, as is a redirect. The replies of an
     // ftp server come here too.
@@ -377,7 +373,6 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
     const bool moved = (status >= 301 && status <= 303) || status == 307 || status == 308;
     request.answered = !moved || request.headers || GetWebHeader(easy, "Location").empty() ||
                        IsContradiction(easy);
-    request.headerSize = 0;
     const char* url = "";
     curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &url);
     if (std::strncmp(url, "https:", 6) == 0)

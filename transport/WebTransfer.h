@@ -101,7 +101,6 @@ private:
         char error[CURL_ERROR_SIZE] = ""; // by libcurl
         CurlHeaders headers;
         CurlEasy easy{curl_easy_init()};
-        size_t headerSize = 0;
         bool answered = false; // the header is complete, redirects aside; or there is some body
         bool ended = false;
         CURLcode result = CURLE_OK;

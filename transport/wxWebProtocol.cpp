@@ -10,8 +10,8 @@
 
 wxIMPLEMENT_ABSTRACT_CLASS(wxWebProtocol, wxProtocol);
 
-// wxURL does not tell a protocol its scheme: one class each. And without a host of wxURL's, who
-// would look it up itself, blocking and for IPv4 only.
+// One class a scheme, because wxURL does not tell it; and none needs a host, because wxURL would
+// look it up itself, blocking and for IPv4 only.
 #define WEB_PROTOCOL(name, scheme, port)                                                           \
     class name : public wxWebProtocol                                                              \
     {                                                                                              \
@@ -27,12 +27,9 @@ WEB_PROTOCOL(wxWebHTTPProtocol, "http", "80")
 WEB_PROTOCOL(wxWebHTTPSProtocol, "https", "443")
 WEB_PROTOCOL(wxWebFTPProtocol, "ftp", "21")
 
-namespace
-{
-
 // wxURL takes HTTP_PROXY for a reason to speak its own http to that proxy, whatever the scheme. It
 // is put where libcurl finds it, behind the variables that libcurl itself knows.
-void AdoptProxy()
+static void AdoptProxy()
 {
     const char* const proxy = std::getenv("HTTP_PROXY");
     if (!proxy)
@@ -42,8 +39,6 @@ void AdoptProxy()
         setenv("https_proxy", proxy, 0);
     unsetenv("HTTP_PROXY");
 }
-
-} // namespace
 
 // libcurl lives from the toolkit's start to its end. Whoever uses it from a thread has a module of
 // their own that depends on this one and ends the thread first.

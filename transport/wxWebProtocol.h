@@ -28,14 +28,11 @@ public:
     void SetRequest(const wxString& address, std::function<bool()> cancelled);
 
     // Returns a stream of the body of a successful answer, to be deleted by the caller, or null.
-    // Its GetSize() is the all-ones size_t when the size is not known. Connecting, waiting and
-    // every silence are bounded by SetTimeout().
+    // SetTimeout() bounds opening it, and then every silence. See WebTransfer for the rest.
     wxInputStream* GetInputStream(const wxString& path) override;
 
-    // Nobody asks.
+    // Unused; required by wxProtocol.
     wxString GetContentType() const override { return wxString(); }
-
-    // There is nothing to abort from outside; cancelled is the way to stop.
     bool Abort() override { return false; }
 
 private:
