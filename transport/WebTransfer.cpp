@@ -71,9 +71,10 @@ bool WebTransfer::Open(const std::string& url)
 {
     if (!m_address.Set(url))
         return Fail("not a valid address");
+    const std::string asked = m_address.GetUrl();
     Verdict verdict = Ask();
     // On the way from http to https libcurl lets go of the credentials.
-    if (verdict == Verdict::Refuse && GetStatus() == 401)
+    if (GetStatus() == 401 && m_address.GetUrl() != asked)
         verdict = Ask();
     if (verdict != Verdict::Accept)
         return Fail(GetReason());
@@ -87,8 +88,10 @@ size_t WebTransfer::OnSysRead(void* buffer, size_t size)
     m_lastArrival = Clock::now(); // the reader may have been away for long
     while (m_readPosition == m_buffer.size() && Fill() == 0 && m_lasterror != wxSTREAM_EOF)
     {
+        if (m_stop)
+            Fail(m_stop);
         // An ftp server that has sent everything may still have something to say.
-        if (m_received == m_resource.GetSize() || (m_stop && !Fail(GetReason())) ||
+        if (m_stop || m_received == m_resource.GetSize() ||
             (m_request->ended && (!IsCut() || !Resume())))
             m_lasterror = wxSTREAM_EOF;
         else if (!m_request->ended)
@@ -154,23 +157,19 @@ void WebTransfer::StartRequest(const std::string& range)
     m_request->known = range.empty() ? m_received : 0;
 
     CURL* const easy = m_request->easy.get();
-    // Without a quick exit the end of a cancelled transfer would wait for the resolver.
-    const std::pair<CURLoption, long> numbers[] = {
-        {CURLOPT_FOLLOWLOCATION, range.empty()},
-        {CURLOPT_MAXREDIRS, MAX_REDIRECTS},
-        {CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2},
-        {CURLOPT_PROXY_SSLVERSION, CURL_SSLVERSION_TLSv1_2},
-        {CURLOPT_SUPPRESS_CONNECT_HEADERS, 1},
-        {CURLOPT_BUFFERSIZE, RECEIVE_SIZE},
-        {CURLOPT_NOSIGNAL, 1},
-        {CURLOPT_QUICK_EXIT, 1},
-        {CURLOPT_NOPROGRESS, 0},
-        {CURLOPT_VERBOSE, 1}};
-    for (const auto& [option, number] : numbers)
-        curl_easy_setopt(easy, option, number);
     curl_easy_setopt(easy, CURLOPT_URL, m_address.GetUrl().c_str());
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https,ftp");
     curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, range.empty() ? 1L : 0L);
+    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, MAX_REDIRECTS);
     curl_easy_setopt(easy, CURLOPT_USERAGENT, "Kestrel/" KESTREL_VERSION);
+    curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, RECEIVE_SIZE);
+    // Without a quick exit the end of a cancelled transfer would wait for the resolver.
+    for (const CURLoption option :
+         {CURLOPT_NOSIGNAL, CURLOPT_QUICK_EXIT, CURLOPT_VERBOSE, CURLOPT_SUPPRESS_CONNECT_HEADERS})
+        curl_easy_setopt(easy, option, 1L);
+    for (const CURLoption option : {CURLOPT_SSLVERSION, CURLOPT_PROXY_SSLVERSION})
+        curl_easy_setopt(easy, option, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     UseTrustStore(easy);
     if (!range.empty())
     {
@@ -182,6 +181,7 @@ void WebTransfer::StartRequest(const std::string& range)
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, m_request->error);
     curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &WebTransfer::OnHeader);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &WebTransfer::OnBody);
+    curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &WebTransfer::OnProgress);
     curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &WebTransfer::OnDebug);
     for (const CURLoption option :
