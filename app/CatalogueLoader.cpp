@@ -15,13 +15,13 @@ namespace
 // seven numbers: a magic number, which shows the byte order, the revision, the count of texts, and
 // where the tables of originals and of translations begin; two more are not used. A table holds the
 // length and the place of each text, behind which a NUL follows.
-bool IsWhole(const wxMemoryBuffer& catalogue)
+bool IsWhole(const wxCharBuffer& catalogue)
 {
     constexpr uint32_t MAGIC = 0x950412DE, MAGIC_SWAPPED = 0xDE120495;
     constexpr uint64_t HEADER_SIZE = 28, ENTRY_SIZE = 8;
 
-    const char* const data = static_cast<const char*>(catalogue.GetData());
-    const uint64_t size = catalogue.GetDataLen();
+    const char* const data = catalogue.data();
+    const uint64_t size = catalogue.length();
     if (size < HEADER_SIZE)
         return false;
     bool swapped = false;
@@ -75,14 +75,10 @@ wxMsgCatalog* CatalogueLoader::LoadCatalog(const wxString& domain, const wxStrin
             wxFile file;
             if (!wxFileName::FileExists(path) || !file.Open(path))
                 continue;
-            const size_t size = static_cast<size_t>(file.Length());
-            wxMemoryBuffer data(size);
-            data.SetDataLen(static_cast<size_t>(file.Read(data.GetData(), size)));
-            if (IsWhole(data))
-                return wxMsgCatalog::CreateFromData(
-                    wxScopedCharBuffer::CreateNonOwned(static_cast<const char*>(data.GetData()),
-                                                       data.GetDataLen()),
-                    domain);
+            wxCharBuffer data(static_cast<size_t>(file.Length()));
+            const ssize_t count = file.Read(data.data(), data.length());
+            if (count == file.Length() && IsWhole(data))
+                return wxMsgCatalog::CreateFromData(data, domain);
             m_damaged.push_back(path);
         }
     return nullptr;

@@ -128,9 +128,10 @@ bool KestrelApp::OnInit()
                       wxEmptyString, wxPATH_NATIVE);
     // The toolkit's own object, not the locale's: a download thread may look a text up until the
     // process ends, when the application object has gone.
-    wxTranslations::Set(new wxTranslations);
+    wxTranslations* const translations = new wxTranslations;
     CatalogueLoader* const loader = new CatalogueLoader(program.GetFullPath());
-    wxTranslations::Get()->SetLoader(loader);
+    translations->SetLoader(loader);
+    wxTranslations::Set(translations);
     DropOverriddenLanguages();
     // A language whose locale is not installed is no news to its user, and texts are translated all
     // the same; nor can the user do anything about a catalogue that is broken.

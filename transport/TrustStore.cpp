@@ -34,5 +34,5 @@ void UseTrustStore(CURL* easy)
     for (const CURLoption option : {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH})
         curl_easy_setopt(easy, option, directory);
     if (!file && !directory)
-        wxLogVerbose("no certificates to trust in any of: %s", tried);
+        wxLogVerbose("no certificates to trust in any of: %s", wxString::FromUTF8(tried));
 }

@@ -56,8 +56,7 @@ wxString FileInfoPlace::Take(const wxString& directory)
         return m_path;
     m_error = errno;
 
-    wxString runtime;
-    wxGetEnv("XDG_RUNTIME_DIR", &runtime);
+    const wxString runtime(wxGetenv("XDG_RUNTIME_DIR"));
     const wxString cache = wxStandardPaths::Get().GetUserDir(wxStandardPaths::Dir_Cache);
     mkdir(cache.fn_str(), S_IRWXU); // a new user may have none yet
     return TakeOwn(runtime) || TakeOwn(cache) ? m_path : wxString();

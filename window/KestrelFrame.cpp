@@ -65,8 +65,8 @@ bool KestrelFrame::Create(wxWindow* parent, wxWindowID id, const wxString& title
         probe = wxFileName::CreateTempFileName("nvrFile");
         wxRemoveFile(probe.GetFullPath());
     }
-    if (probe.IsOk())
-        probe.MakeAbsolute();
+    if (probe.IsOk() && !probe.MakeAbsolute())
+        probe.Clear();
     m_tempDir = probe.GetPath(wxPATH_GET_VOLUME) + wxFileName::GetPathSeparator();
 
     wxFrame::Create(parent, id, title, pos, size, style, wxASCII_STR(wxFrameNameStr));
