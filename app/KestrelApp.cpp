@@ -169,8 +169,11 @@ bool KestrelApp::OnInit()
     frame->Show(true);
     frame->CheckForUpdate(m_cmdAddress, m_cmdIniSection, m_cmdVersion);
 
-    // Finding it takes some time, in which the request is under way. Dialogs get it, too.
-    gtk_window_set_default_icon_name("system-software-update");
+    // Finding the icon takes some time, in which the request is under way. GTK uses a default for
+    // windows to come, the dialogs.
+    const char* const icon = "system-software-update";
+    gtk_window_set_icon_name(GTK_WINDOW(frame->GetHandle()), icon);
+    gtk_window_set_default_icon_name(icon);
     return true;
 }
 
