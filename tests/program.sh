@@ -135,8 +135,10 @@ catalogue=locale/de/LC_MESSAGES/kestrel.mo
 for title in "Neue Version verfügbar" "New Version Available"; do
     LC_ALL=de_DE.UTF-8 check "$work/linked"
     wait_for "$title"
-    shown=$(xprop -name Kestrel WM_CLASS _MOTIF_WM_HINTS _NET_WM_STATE _NET_WM_ICON)
-    [[ $shown == *'"kestrel", '*' = 0x3, 0x26, 0x1e, 0x0, 0x0'*'Icon ('* && $shown != *ABOVE* ]] || fail "$shown"
+    shown=$(xprop -name Kestrel WM_CLASS _MOTIF_WM_HINTS _NET_WM_STATE)
+    [[ $shown == *'"kestrel", '*' = 0x3, 0x26, 0x1e, 0x0, 0x0'* && $shown != *ABOVE* ]] || fail "$shown"
+    # A window without an icon of its own has the window manager's.
+    [[ $(xprop -name Kestrel _NET_WM_ICON) == "$(xprop -id "$(xdotool getactivewindow)" _NET_WM_ICON)" ]] || fail "another icon"
     kill "$program"
     wait "$program" 2>/dev/null || true
     head -c 900 "$build/$catalogue" >"$work/ö/$catalogue"
