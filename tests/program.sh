@@ -145,6 +145,7 @@ for title in "Neue Version verfügbar" "New Version Available"; do
 done
 LC_ALL=C HOME=$work/ö TMPDIR=$work/ö check "$build/kestrel" <&- >&- 2>&-
 answer "New Version Available"
+[[ $(readlink "/proc/$program/fd/2") == /dev/null ]] || fail "descriptor 2 is free for anything"
 answer "Where would you like to save this installer?"
 answer ""
 ends 0 "closed descriptors"
