@@ -2,9 +2,7 @@
 
 #pragma once
 
-#include <openssl/pem.h>
 #include <openssl/ssl.h>
-#include <openssl/x509v3.h>
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -20,49 +18,28 @@
 #include <thread>
 #include <vector>
 
-// A key and a certificate for 127.0.0.1 that nobody vouches for, made anew.
+// Speaks TLS with a certificate for 127.0.0.1 that nobody vouches for but the file TEST_CERTIFICATE.
 class Tls
 {
 public:
-    explicit Tls(int newest = TLS1_3_VERSION)
+    explicit Tls(int newest = TLS1_3_VERSION, const std::string& protocol = "http/1.1") : m_protocol(protocol)
     {
-        X509_gmtime_adj(X509_getm_notBefore(m_certificate.get()), -3600);
-        X509_gmtime_adj(X509_getm_notAfter(m_certificate.get()), 3600);
-        X509_set_version(m_certificate.get(), 2);
-        X509_NAME* const name = X509_get_subject_name(m_certificate.get());
-        X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>("test"), -1, -1, 0);
-        X509_set_issuer_name(m_certificate.get(), name);
-        X509_EXTENSION* const host = X509V3_EXT_conf_nid(nullptr, nullptr, NID_subject_alt_name, "IP:127.0.0.1");
-        X509_add_ext(m_certificate.get(), host, -1);
-        X509_EXTENSION_free(host);
-        X509_set_pubkey(m_certificate.get(), m_key.get());
-        X509_sign(m_certificate.get(), m_key.get(), EVP_sha256());
-
-        SSL_CTX_set_cipher_list(m_context.get(), "DEFAULT@SECLEVEL=0");
-        SSL_CTX_set_min_proto_version(m_context.get(), TLS1_VERSION);
         SSL_CTX_set_max_proto_version(m_context.get(), newest);
-        SSL_CTX_use_certificate(m_context.get(), m_certificate.get());
-        SSL_CTX_use_PrivateKey(m_context.get(), m_key.get());
+        SSL_CTX_use_certificate_file(m_context.get(), TEST_CERTIFICATE, SSL_FILETYPE_PEM);
+        SSL_CTX_use_PrivateKey_file(m_context.get(), TEST_KEY, SSL_FILETYPE_PEM);
         SSL_CTX_set_alpn_select_cb(m_context.get(), &Tls::ChooseProtocol, this);
-    }
-
-    void SaveCertificate(const std::string& path) const
-    {
-        const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "w"), &fclose);
-        PEM_write_X509(file.get(), m_certificate.get());
-    }
-
-    // The name under which a directory of certificates holds this one.
-    std::string GetHashedName() const
-    {
-        char name[20];
-        snprintf(name, sizeof(name), "%08lx.0", X509_subject_name_hash(m_certificate.get()));
-        return name;
     }
 
     SSL_CTX* Get() const { return m_context.get(); }
 
-    std::string m_protocol = "http/1.1"; // or "h2"
+    // The name that the certificate has in a directory of certificates.
+    std::string GetHashedName() const
+    {
+        char name[20];
+        const X509* const certificate = SSL_CTX_get0_certificate(m_context.get());
+        snprintf(name, sizeof(name), "%08lx.0", X509_subject_name_hash(const_cast<X509*>(certificate)));
+        return name;
+    }
 
 private:
     static int ChooseProtocol(SSL*, const unsigned char** chosen, unsigned char* size, const unsigned char*, unsigned,
@@ -74,18 +51,8 @@ private:
         return SSL_TLSEXT_ERR_OK;
     }
 
-    template <auto function>
-    struct Free
-    {
-        template <typename T>
-        void operator()(T* object) const
-        {
-            function(object);
-        }
-    };
-    const std::unique_ptr<EVP_PKEY, Free<EVP_PKEY_free>> m_key{EVP_EC_gen("P-256")};
-    const std::unique_ptr<X509, Free<X509_free>> m_certificate{X509_new()};
-    const std::unique_ptr<SSL_CTX, Free<SSL_CTX_free>> m_context{SSL_CTX_new(TLS_server_method())};
+    const std::string m_protocol;
+    const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> m_context{SSL_CTX_new(TLS_server_method()), &SSL_CTX_free};
 };
 
 // One client's connection.
@@ -173,9 +140,16 @@ public:
 
     ~ScriptedServer()
     {
-        shutdown(m_listener, SHUT_RDWR);
-        m_thread.join();
+        Stop();
         close(m_listener);
+    }
+
+    // Ends all dialogues. To be called by the destructor of a class whose members they use.
+    void Stop()
+    {
+        shutdown(m_listener, SHUT_RDWR);
+        if (m_thread.joinable())
+            m_thread.join();
     }
 
     std::string Url(const std::string& path = "/file", const std::string& scheme = "") const

@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include <httplib.h>
+#include "tests/ScriptedServer.h"
 
 #include <gtest/gtest.h>
 #include <wx/app.h>
@@ -34,85 +34,44 @@ enum class Body
     Silent,   // announced, never sent
 };
 
-class TestServer
+class TestServer : public ScriptedServer
 {
 public:
-    TestServer()
-    {
-        m_server.Get(".*", [this](const httplib::Request& request, httplib::Response& response)
-                     { Answer(Find(request.path), response); });
-        m_server.set_keep_alive_max_count(1);
-        m_port = m_server.bind_to_any_port("127.0.0.1");
-        m_thread = std::thread([this] { m_server.listen_after_bind(); });
-        // Once it has answered, all of its threads are there.
-        while (!httplib::Client(Url("")).Get("/"))
-            std::this_thread::yield();
-    }
-
-    ~TestServer()
-    {
-        m_stopping = true;
-        m_server.stop();
-        m_thread.join();
-    }
+    TestServer() : ScriptedServer([this](Connection& connection, int) { Answer(connection); }) {}
+    ~TestServer() { Stop(); }
 
     void Serve(const std::string& path, const std::string& content, Body body = Body::Whole)
     {
         const std::lock_guard<std::mutex> locker(m_lock);
-        m_files[path] = std::make_shared<File>(File{content, body});
+        m_files[path] = {content, body};
     }
-
-    std::string Url(const std::string& path) const { return "http://127.0.0.1:" + std::to_string(m_port) + path; }
 
 private:
-    struct File
+    void Answer(Connection& connection)
     {
-        std::string content;
-        Body body;
-    };
+        const std::string request = connection.Read("\r\n\r\n");
+        if (request.empty())
+            return; // a client that has left
+        std::unique_lock<std::mutex> locker(m_lock);
+        const auto file = m_files.find(request.substr(4, request.find(' ', 4) - 4));
+        const auto [content, body] = file != m_files.end() ? file->second : std::pair<std::string, Body>();
+        const std::string status = file != m_files.end() ? "200 OK" : "404 Not Found";
+        locker.unlock();
 
-    std::shared_ptr<File> Find(const std::string& path)
-    {
-        const std::lock_guard<std::mutex> locker(m_lock);
-        return m_files[path];
+        const std::string length = "Content-Length: " + std::to_string(content.size()) + "\r\n";
+        connection.Send("HTTP/1.1 " + status + "\r\n" + (body == Body::NoLength ? "" : length) + "\r\n");
+        if (body == Body::Silent)
+            connection.Read("never said");
+        const size_t end = body == Body::Cut ? content.size() / 2 : content.size();
+        const size_t piece = body == Body::Slow ? 8192 : end;
+        for (size_t sent = 0; sent < end && connection.Send(content.substr(sent, std::min(piece, end - sent)));
+             sent += piece)
+            if (body == Body::Slow)
+                wxMilliSleep(5);
     }
 
-    void Answer(const std::shared_ptr<File>& file, httplib::Response& response)
-    {
-        response.status = file ? 200 : 404;
-        if (!file)
-            return;
-        const std::string type = "application/octet-stream";
-        if (file->body == Body::Whole)
-            response.set_content(file->content, type);
-        else if (file->body == Body::NoLength)
-            response.set_content_provider(
-                type, [file](size_t, httplib::DataSink& sink)
-                { return sink.write(file->content.data(), file->content.size()), sink.done(), true; });
-        else
-            response.set_content_provider(file->content.size(), type,
-                                          [this, file](size_t from, size_t left, httplib::DataSink& sink)
-                                          { return Send(file->content.data() + from, left, file->body, sink); });
-    }
-
-    bool Send(const char* data, size_t left, Body body, httplib::DataSink& sink)
-    {
-        do
-            wxMilliSleep(5);
-        while (body == Body::Silent && !m_stopping);
-        if (body == Body::Cut)
-            sink.write(data, left / 2);
-        else
-            sink.write(data, std::min<size_t>(left, 8192));
-        return body != Body::Cut && !m_stopping;
-    }
-
-    httplib::Server m_server;
-    int m_port = 0;
-    std::thread m_thread;
-    std::atomic<bool> m_stopping{false};
     std::mutex m_lock;
-    std::map<std::string, std::shared_ptr<File>> m_files;
+    std::map<std::string, std::pair<std::string, Body>> m_files;
 };
 
 // Turns the main loop until done() holds; false when it does not within the time.

@@ -40,11 +40,13 @@ public:
         curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
     }
 
-    // Makes every connection end at once, as if the server had closed it.
+    // Makes every connection end at once, as if the server had closed it, without what has arrived.
     void HangUp() const
     {
+        char rest[16384];
         for (const curl_socket_t socket : m_sockets)
-            shutdown(socket, SHUT_RDWR);
+            for (shutdown(socket, SHUT_RDWR); recv(socket, rest, sizeof(rest), MSG_DONTWAIT) > 0;)
+                continue;
     }
 
 private:
