@@ -58,7 +58,7 @@ struct HandOff
     std::vector<pid_t> threads;      // that run a download, by their kernel ids
 };
 
-HandOff handOff;
+HandOff& handOff = *new HandOff; // never destroyed
 
 // Forgets the threads that are gone; returns whether all are. A detached thread cannot be joined,
 // and the toolkit's code still runs in it when its object has been deleted: only the kernel knows.

@@ -98,7 +98,7 @@ size_t WebTransfer::OnSysRead(void* buffer, size_t size)
             Wait(POLL_INTERVAL);
     }
     const size_t count = std::min(size, m_buffer.size() - m_readPosition);
-    std::memcpy(buffer, m_buffer.data() + m_readPosition, count);
+    std::copy_n(m_buffer.data() + m_readPosition, count, static_cast<char*>(buffer));
     m_readPosition += count;
     return count;
 }
