@@ -8,11 +8,11 @@
 namespace
 {
 
-// No honest text has sections nested so deep; the reader goes down into them by recursion.
+// No honest text nests its sections deeper. wxFileConfig reads nested sections by recursion.
 constexpr int DEPTH_LIMIT = 100;
 
-// No honest value has more variables. The reader's time to expand them grows with the square of
-// their number.
+// No honest value has more variables. The time to expand them grows with the square of their
+// number.
 constexpr int VARIABLE_LIMIT = 64;
 
 bool IsHarmless(const wxString& path)

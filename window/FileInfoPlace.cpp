@@ -16,8 +16,8 @@
 namespace
 {
 
-// Whether only the user and the administrator can replace the user's files in the directory. Where
-// others can write, the sticky bit keeps each file to its owner.
+// Returns whether only the user and root can replace the user's files in the directory. If others
+// can write to it, the sticky bit protects each owner's files.
 bool IsSafe(const wxString& directory)
 {
     struct stat found;
@@ -31,7 +31,7 @@ bool IsSafe(const wxString& directory)
     return false;
 }
 
-// Whether the file is the one at the path, and a regular one of the user's own.
+// Returns whether the file is the one at the path, regular, and the user's own.
 bool IsOwn(const wxFile& file, const wxString& path, struct stat& found)
 {
     struct stat named;
@@ -40,7 +40,7 @@ bool IsOwn(const wxFile& file, const wxString& path, struct stat& found)
            found.st_uid == geteuid();
 }
 
-// Locks the file at the path; another run may have locked or replaced it since it was opened.
+// Locks the file. Returns false if another run has locked or replaced it since it was opened.
 bool Lock(const wxFile& file, const wxString& path)
 {
     struct stat found;
@@ -58,7 +58,7 @@ wxString FileInfoPlace::Take(const wxString& directory)
 
     const wxString runtime(wxGetenv("XDG_RUNTIME_DIR"));
     const wxString cache = wxStandardPaths::Get().GetUserDir(wxStandardPaths::Dir_Cache);
-    mkdir(cache.fn_str(), S_IRWXU); // a new user may have none yet
+    mkdir(cache.fn_str(), S_IRWXU); // a new user may not have it yet
     return TakeOwn(runtime) || TakeOwn(cache) ? m_path : wxString();
 }
 
@@ -87,7 +87,7 @@ bool FileInfoPlace::TakeShared(const wxString& directory)
     const wxString path = directory + FILE_NAME;
     if (!IsSafe(directory))
         return false;
-    // Only the run that has locked the file at the path may replace it.
+    // Only a run that holds the lock of the file at the path may replace it.
     const wxFile former(open(path.fn_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (former.IsOpened() && Lock(former, path))
         unlink(path.fn_str());
@@ -118,6 +118,6 @@ bool FileInfoPlace::Create(const wxString& path)
     if (file < 0)
         return false;
     m_file.Attach(file);
-    // The umask may have taken permissions away.
+    // The umask may have removed permissions.
     return fchmod(file, S_IRUSR | S_IWUSR) == 0;
 }

@@ -1,12 +1,12 @@
-// Gives each run a file of its own for the file information, which nobody else can change.
+// Gives each run a file of its own for the file information, which no other user can change.
 //
-// All runs of all users download it to the same path in a directory that they share. So this class
-// creates the file itself, new and for the user alone, and holds an advisory lock (flock(2)) on it,
-// which the system releases when the process dies. A run that finds the path locked by another one,
-// or taken by another user, or in a directory where others can replace files, does not wait: it
-// makes a directory of its own at once.
+// All runs of all users download it to the same path in a shared directory. So this class creates
+// the file itself, new and accessible to the user alone, and holds an advisory lock (flock(2)) on
+// it. The system releases the lock when the process ends. A run does not wait if another run has
+// locked the file, if the path belongs to another user, or if others can replace files in the
+// directory: it creates a directory of its own.
 //
-// Main thread only.
+// Main thread only. No call blocks or opens a box.
 
 #pragma once
 
@@ -19,20 +19,22 @@ public:
 
     ~FileInfoPlace() { Release(); }
 
-    // Creates the file, empty, in a directory whose name ends with the separator, or in a directory
-    // of the run's own. Returns its path; empty when neither can be made.
+    // Creates the file, empty, and returns its path. It is in the given directory, whose name ends
+    // with the separator; or else in a directory of the run's own, which is created there, in
+    // XDG_RUNTIME_DIR or in the user's cache directory. Returns an empty path if all of these fail.
+    // Releases the file of an earlier call.
     wxString Take(const wxString& directory);
 
-    // Why Take() returned no path, as errno(3).
+    // Returns why the given directory would not do, as errno(3), after Take() returned no path.
     int GetError() const { return m_error; }
 
-    // Returns whether the file at the path is still the one that Take() created, and has stayed the
-    // user's alone.
+    // Returns whether the file at the path is still the one that Take() created, and whether still
+    // only the user can write to it.
     bool IsIntact() const;
 
-    // Lets other runs have the path; the next one creates a new file there. Removes a directory of
-    // the run's own, with its file. To be called when nothing writes to the path any more, or when
-    // what still writes has opened the file.
+    // Gives up the path, so that another run can create a new file there. Removes the file only if
+    // it is in a directory of the run's own, together with that directory. Call it when the
+    // download to the path has ended or has been cancelled.
     void Release();
 
 private:
@@ -41,7 +43,7 @@ private:
     bool Create(const wxString& path);
 
     wxString m_path;
-    wxString m_ownDirectory; // empty in a directory that other runs use too
+    wxString m_ownDirectory; // empty if the file is in the shared directory
     wxFile m_file;
     int m_error = 0;
 };

@@ -1,6 +1,6 @@
-// A window's first appearance on the screen, which the toolkit brings about some moments after
-// Show(): in front, and centred with its decorations once the window manager has told their size.
-// Main thread only.
+// Raises and centres a window when it first appears on the screen, which is some moments after
+// Show(). Centres it again when the window manager has reported the size of the decorations. Main
+// thread only.
 
 #pragma once
 
@@ -11,12 +11,14 @@
 class FirstAppearance
 {
 public:
-    // window: not owned; may be created later, and must not be shown before.
+    // window: not owned; outlives this object. It must not have been shown yet, and may be a window
+    // whose Create() has not been called yet.
     explicit FirstAppearance(wxTopLevelWindow* window);
 
-    // Keeps a copy of the event, to be queued for the window again when it is on the screen, if it
-    // was shown and is not there yet; returns whether it did. For what opens a box, which would
-    // find no window to stand over.
+    // If Show() has been called but the window is not on the screen yet: keeps a copy of the event,
+    // queues it for the window as soon as it is there, and returns true. Only one event is kept.
+    // Otherwise does nothing and returns false. Use it for an event that opens a box, which needs a
+    // visible window to stand over.
     bool Postpone(const wxEvent& event);
 
 private:
@@ -28,9 +30,9 @@ private:
     {
         HIDDEN,
         SHOWN,
-        CENTRED // with decorations
+        CENTRED // with its decorations
     } m_stage = HIDDEN;
-    wxSize m_decorations; // when it was shown
+    wxSize m_decorations; // their size when the window was shown
     std::unique_ptr<wxEvent> m_postponed;
 
     wxDECLARE_NO_COPY_CLASS(FirstAppearance);

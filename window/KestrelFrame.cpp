@@ -23,7 +23,7 @@
 namespace
 {
 
-// Bytes between two progress reports: often enough for a calm display on a slow line.
+// Bytes between two progress reports: often enough for a steady display on a slow line.
 constexpr wxLongLong_t PROGRESS_INTERVAL = 16384;
 
 constexpr int VERSION_PARTS = 4;
@@ -57,8 +57,8 @@ bool KestrelFrame::Create(wxWindow* parent, wxWindowID id, const wxString& title
     m_installerLink.clear();
     m_download = nullptr;
 
-    // Creating a file is how we learn the temporary directory. Where that fails, the file
-    // information finds another place, or a box of its own.
+    // Creating a file is how we learn the temporary directory. If that fails, FileInfoPlace tries
+    // other directories, and the user is told if none of them will do.
     wxFileName probe;
     {
         const QuietLog quiet;
@@ -92,7 +92,7 @@ void KestrelFrame::CreateControls()
     wxStaticBoxSizer* const boxSizer = new wxStaticBoxSizer(box, wxHORIZONTAL);
     panel->SetSizer(boxSizer);
 
-    // The rows follow from the number of cells.
+    // The number of rows follows from the number of cells.
     wxFlexGridSizer* const grid = new wxFlexGridSizer(2, 0, 0);
     boxSizer->Add(grid, 0, wxEXPAND | wxALL, 2);
 
@@ -123,8 +123,8 @@ void KestrelFrame::OnClose(wxCloseEvent& event)
         m_logPause.End();
     }
 
-    // From here on the window listens to nothing: neither to a report that is still in the queue,
-    // which would go on with the dialogue, nor to another close, which would let go twice.
+    // From here on the window handles no events. A report that is still in the queue would go on
+    // with the dialogue, and another close would call CancelDownload() twice.
     SetEvtHandlerEnabled(false);
     event.Skip();
 }
@@ -146,7 +146,7 @@ void KestrelFrame::CheckForUpdate(wxString address, wxString iniSection, wxStrin
         StartDownload(m_address, m_fileInfoPath, FileInfo::SIZE_LIMIT);
         return;
     }
-    // Told like any other failure, when the window is on the screen.
+    // Reported like any other failure, once the window is on the screen.
     wxDownloadEvent* const failure = new wxDownloadEvent(wxEVT_DOWNLOAD);
     failure->SetDownloadStatus(wxDOWNLOAD_FAIL);
     failure->SetURL(m_address);
@@ -160,7 +160,7 @@ void KestrelFrame::StartDownload(const wxString& url, const wxString& localFile,
     m_download =
         new wxDownloadFile(this, url.Clone(), localFile.Clone(), true, PROGRESS_INTERVAL, limit);
     m_downloadStart = wxDateTime::Now();
-    // Without a thread no report will come, and the log must not wait for one.
+    // Without a thread no report will come that could end the pause.
     if (m_download->IsAlive())
         m_logPause.Begin();
 }
@@ -195,7 +195,7 @@ bool KestrelFrame::IsNewer(const wxString& version, const wxString& installed)
 
 void KestrelFrame::ProcessFileInfo()
 {
-    // What is no longer the run's own file is not read at all.
+    // A file that another user may have replaced or changed is not read.
     FileInfo fileInfo(m_place.IsIntact() ? m_fileInfoPath : wxString(), m_iniSection);
     m_place.Release();
     wxLog::FlushActive();
@@ -272,7 +272,7 @@ void KestrelFrame::ShowInstallerDownloaded()
 
 void KestrelFrame::CloseWithMessage(const wxString& message, const wxString& caption)
 {
-    // The log may hold the system's reason for what is told now; it is read first.
+    // The log may have the reason for this message, so the user reads the log first.
     wxLog::FlushActive();
     wxMessageBox(message, caption, wxOK | wxCENTRE);
     Close(true);
@@ -331,7 +331,7 @@ void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
     }
 }
 
-// A server that ends the transfer too early leaves an installer that may not work.
+// A download that ended early is reported as complete, but the installer may not work.
 void KestrelFrame::WarnIfCut(const wxDownloadEvent& event)
 {
     if (event.GetDownloadedBytes() < event.GetFileSize())
@@ -353,15 +353,15 @@ void KestrelFrame::ShowProgress(const wxDownloadEvent& event)
     if (size.Cmp(m_fileSizeText->GetLabelText()) != 0)
         m_fileSizeText->SetLabelText(size);
 
-    // As wxDateTime::Now(), without its way through the local time and back.
+    // The same as wxDateTime::Now(), but that converts to local time and back.
     const wxDateTime now(wxDateTime::GetTimeNow());
     const double seconds = (now - m_downloadStart).GetSeconds().ToDouble();
     const wxLongLong_t downloaded = event.GetDownloadedBytes();
     const wxLongLong_t total = event.GetFileSize();
-    // kB here are 1000 bytes, as network rates are given.
+    // Here a kB has 1000 bytes, as usual for network rates.
     const float rate =
         seconds > 0.0 ? static_cast<float>(static_cast<double>(downloaded) / seconds / 1000.0) : 0;
-    // Of a size that is not known there is no percentage; the amount shows that things go on.
+    // Without a known size there is no percentage; the amount shows that the download goes on.
     const wxString done = total > 0
                               ? wxString::Format("%.2f %%", static_cast<float>(downloaded) /
                                                                 static_cast<float>(total) * 100.0)

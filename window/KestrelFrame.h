@@ -1,8 +1,13 @@
-// The program's one window. It owns all the state of a run and drives the whole dialogue: fetch the
-// file information, compare versions, ask, save the installer, say what to do next, close.
+// The program's one window. It owns all the state of a run and drives the whole dialogue: it
+// fetches the file information, compares versions, asks, saves the installer, says what to do next,
+// and closes.
 //
-// Every member belongs to the main thread. Downloads run on a thread of their own and reach the
-// window only as download events; at most one runs at a time.
+// All members are used on the main thread only. A download runs on a thread of its own and reaches
+// the window only through download events; at most one runs at a time.
+//
+// A call that opens a box returns when the user has answered it. Before a message that ends the
+// run, the toolkit's log shows what it has collected, in a box of its own. A download that fails is
+// reported when its last event arrives, but not before the window is on the screen.
 
 #pragma once
 
@@ -29,52 +34,56 @@ public:
         ID_PROGRESS_TEXT
     };
 
-    // For two-step creation; Create() must follow before anything else.
+    // For two-step creation; call Create() next.
     KestrelFrame() = default;
 
-    // Constructs and creates in one go. The window destroys itself when it is closed.
+    // Constructs the window and calls Create(). The window destroys itself when it is closed.
     KestrelFrame(wxWindow* parent, wxWindowID id, const wxString& title, const wxPoint& pos,
                  const wxSize& size, long style);
 
-    // Creates the window, hidden, laid out and centred, and finds the temporary directory. When it
-    // is shown it comes to the front. Always returns true.
+    // Creates the window, hidden and centred, and finds the temporary directory. When the window is
+    // shown, it comes to the front. Always returns true.
     bool Create(wxWindow* parent, wxWindowID id, const wxString& title, const wxPoint& pos,
                 const wxSize& size, long style);
 
-    // Builds the panel with its three rows.
+    // Builds the panel with its three rows. Create() calls it.
     void CreateControls();
 
-    // Starts the run, and returns at once: fetches the file information at the URL address, in
-    // which the section iniSection will be read and compared with currentVersion, the installed
-    // version. Nothing is checked here; a download that fails is reported to the user. While a
-    // download runs, the user is told so and nothing else happens.
+    // Starts a run and returns at once. It fetches the file information, and then compares the
+    // version in it with the installed one. No argument is checked here; boxes tell the user later
+    // what is wrong. If a download is already running, this call opens a box that says so, and does
+    // nothing else.
+    //
+    // address         the URL of the file information
+    // iniSection      the section of the file information to read
+    // currentVersion  the installed version
     void CheckForUpdate(wxString address, wxString iniSection, wxString currentVersion);
 
-    // Returns component k (1 to 4) of a dotted version, as strtol() with base 10 reads it: 0 when
-    // there is no number, the nearest limit when it does not fit. A missing component reads as the
-    // last one present.
+    // Returns component k (1 to 4) of a dotted version, as strtol() with base 10 reads it: 0 if it
+    // does not start with a number, the nearest limit of long if the number does not fit. A missing
+    // component has the value of the last one present.
     static long GetVersionPart(wxString version, int k);
 
     // Returns whether a version is newer than the installed one, by their first four components.
     static bool IsNewer(const wxString& version, const wxString& installed);
 
-    // Decides about the update from the downloaded file information, and closes the window unless
-    // the installer's download follows.
+    // Reads the downloaded file information and gives up its path. Opens a box that asks about the
+    // update, or that says why there is none. If the user agrees and there is a link, calls
+    // DownloadInstaller(); otherwise closes the window.
     void ProcessFileInfo();
 
-    // Asks where to save the installer and starts its download; closes the window when the user
+    // Opens the save dialog and starts the installer's download. Closes the window if the user
     // cancels.
     void DownloadInstaller();
 
-    // Tells the user what to do with the installer, and closes the window.
+    // Opens a box that says what to do with the installer, and closes the window.
     void ShowInstallerDownloaded();
 
-    // Returns a size in bytes as text, in the largest of B, kB, MB and GB that it exceeds. Here a
-    // kB has 1024 bytes, unlike in the transfer rate.
+    // Returns a size in bytes as text with two decimals, in the largest of the units kB, MB and GB
+    // that it exceeds, otherwise in B. Here a kB has 1024 bytes; in the transfer rate it has 1000.
     static wxString FormatFileSize(wxLongLong_t size);
 
-    // Returns the last segment of the URL's path, percent-encoded as it stands; empty when the path
-    // is empty or ends in '/'.
+    // The same as GetLastSegment().
     static wxString GetFileNameFromURL(const wxString& url);
 
 private:
@@ -98,9 +107,9 @@ private:
     wxString m_fileInfoPath;              // where the file information is saved
     wxString m_installerPath;             // where the user wants the installer
     wxString m_installerLink;             // URL of the installer
-    wxDownloadFile* m_download = nullptr; // the running download, let go of exactly once
+    wxDownloadFile* m_download = nullptr; // the running download, to be cancelled exactly once
     wxDateTime m_downloadStart;           // when it was started
-    FileInfoPlace m_place;                // of m_fileInfoPath
+    FileInfoPlace m_place;                // gives m_fileInfoPath
     FirstAppearance m_appearance{this};
     LogPause m_logPause; // while a download runs
 

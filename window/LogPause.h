@@ -1,5 +1,7 @@
-// Holds back the boxes of the toolkit's log from Begin() to End(); then they are shown. Otherwise
-// one could open over a log box that nobody has answered yet. Main thread only.
+// Keeps the toolkit's log from opening boxes between Begin() and End(). What was logged meanwhile
+// is shown the next time that the log is flushed. Without the pause, a box of ours could open over
+// a log box that the user has not answered yet. Begin() does nothing during a pause, and End()
+// nothing without one. Main thread only.
 
 #pragma once
 

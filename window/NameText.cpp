@@ -14,8 +14,8 @@ namespace
 
 constexpr size_t LENGTH_LIMIT = 1000; // in characters
 
-// Returns the URL with another host in place of an IPv6 literal, behind which wxURI finds no path.
-// A host follows the "//" that the URL or what is behind its scheme begins with.
+// Returns the URL with another host in place of an IPv6 literal, after which wxURI finds no path.
+// The host follows "//" at the start of the URL or directly after its scheme.
 wxString WithPlainHost(const wxString& url)
 {
     const size_t colon = url.find_first_of(":/?#");
@@ -33,7 +33,7 @@ wxString WithPlainHost(const wxString& url)
 
 const wxString& GetLastSegment(const wxString& url)
 {
-    // Each of the many reports of a download asks for the same one.
+    // All the reports of a download ask for the same name.
     static wxString lastUrl, lastName;
     if (url != lastUrl)
     {
@@ -52,7 +52,7 @@ wxString BoundText(const wxString& text)
 
 wxRect GetWorkArea(const wxWindow* window)
 {
-    // A window that was never shown has none in GDK, either.
+    // A window that was never shown has no window in GDK either.
     GdkWindow* const drawn = gtk_widget_get_window(window->GetHandle());
     GdkMonitor* const monitor =
         drawn ? gdk_display_get_monitor_at_window(gdk_window_get_display(drawn), drawn) : nullptr;

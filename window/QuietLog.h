@@ -1,8 +1,8 @@
-// While it lives, keeps what the toolkit logs on the main thread from popping up as a box: the
-// messages go on at verbose level, where the option --verbose shows the first of them. For
-// complaints that the person in front of the window can do nothing about, such as a malformed line
-// in a vendor's text. A text can give rise to a complaint for each of its characters, so number and
-// length are bounded.
+// While an object of this class exists, what the toolkit logs on the main thread opens no box. With
+// the option --verbose, the first 20 messages are shown, cut to 300 characters each. Use it for
+// complaints that the user can do nothing about, such as a malformed line in a vendor's text. A
+// text can cause a complaint for each of its characters, hence the two limits. Main thread only;
+// objects must be destroyed in the reverse order of their creation.
 
 #pragma once
 

@@ -22,7 +22,7 @@ ValueText::ValueText(wxWindow* parent, wxWindowID id, const wxString& text,
                      const wxStaticText* label)
     : wxStaticText(parent, id, text, wxDefaultPosition, wxSize(INITIAL_WIDTH, -1)), m_timer(this)
 {
-    // The width follows from the text only when the window is fitted to it.
+    // A new text must not change the width by itself; FitWindow() does that.
     ToggleWindowStyle(wxST_NO_AUTORESIZE);
     gtk_label_set_ellipsize(GTK_LABEL(m_widget), PANGO_ELLIPSIZE_MIDDLE);
     // GTK makes of this the relations "label for" and "labelled by".
@@ -66,7 +66,8 @@ void ValueText::HandOver()
     ShowWhole(width > GetMinWidth() ? text : wxString());
 }
 
-// Makes a text that had to be shortened the tooltip, in lines that fit the display.
+// Makes a text that had to be shortened the tooltip, in lines that fit the display; an empty text
+// removes the tooltip.
 void ValueText::ShowWhole(const wxString& text)
 {
     wxString tip;
@@ -75,13 +76,12 @@ void ValueText::ShowWhole(const wxString& text)
     if (tip == GetToolTipText())
         return;
     SetToolTip(tip);
-    // GTK finds the static box, not the text within it, under the pointer, and goes on to the
-    // panel.
+    // Under the pointer GTK finds the static box instead of the text in it, and then the panel.
     GetParent()->SetToolTip(tip);
 }
 
-// Makes the window wide enough for a text of this width, in pixels, or as wide as the display. It
-// grows evenly to both sides, so that it stays where the user sees it, and keeps that size.
+// Makes the window wide enough for a text of this width, in pixels, but not wider than the display.
+// It grows evenly to both sides, so that it stays where it is, and does not shrink again.
 void ValueText::FitWindow(int width)
 {
     wxTopLevelWindow& window = dynamic_cast<wxTopLevelWindow&>(*wxGetTopLevelParent(this));

@@ -1,10 +1,10 @@
-// The value of one of the window's rows, whose text may change thousands of times a second and may
+// The value in one of the window's rows. Its text may change thousands of times a second, and may
 // be longer than any display.
 //
-// A text that is set can be read back at once. GTK, and through it a screen reader, is handed the
-// latest one at most 30 times a second, and always before a box opens. The window grows with
-// the text as far as its display has room for it. What is longer is shortened in the middle, with
-// the whole as tooltip. Main thread only.
+// A new text can be read back at once. GTK, and through it a screen reader, gets the latest text
+// at most 30 times a second, and always before a box opens. The window grows with the text as far
+// as its display has room. A longer text is shortened in the middle and becomes the tooltip. Main
+// thread only.
 
 #pragma once
 
@@ -15,7 +15,8 @@
 class ValueText : public wxStaticText, private wxModalDialogHook
 {
 public:
-    // label: names the value for a screen reader; as long-lived as this.
+    // text: the initial one.
+    // label: names the value for a screen reader; not owned; lives as long as this object.
     ValueText(wxWindow* parent, wxWindowID id, const wxString& text, const wxStaticText* label);
 
     void SetLabel(const wxString& text) override;
@@ -27,6 +28,6 @@ private:
     void FitWindow(int width);
     void ShowWhole(const wxString& text);
 
-    wxTimer m_timer;        // runs while GTK is not to be bothered again
-    bool m_waiting = false; // whether GTK lacks the latest text
+    wxTimer m_timer;        // GTK gets no new text while it runs
+    bool m_waiting = false; // whether GTK does not have the latest text yet
 };
