@@ -11,10 +11,10 @@
 namespace
 {
 
-// Whether the tables and texts of a catalogue in the GNU MO format lie inside it. Its header is
-// seven numbers: a magic number, which shows the byte order, the revision, the count of texts, and
-// where the tables of originals and of translations begin; two more are not used. A table holds the
-// length and the place of each text, behind which a NUL follows.
+// Returns whether all tables and texts of a catalogue in the GNU MO format are inside it. Its
+// header has seven numbers: a magic number, which shows the byte order; the revision; the number of
+// texts; the places of the tables of originals and of translations; two more are not used. A table
+// has the length and place of each text. A NUL follows each text.
 bool IsWhole(const wxCharBuffer& catalogue)
 {
     constexpr uint32_t MAGIC = 0x950412DE, MAGIC_SWAPPED = 0xDE120495;
@@ -36,7 +36,7 @@ bool IsWhole(const wxCharBuffer& catalogue)
         return false;
 
     const uint64_t count = number(8);
-    if (count == 0) // the first text, which says how the others are encoded, is read in any case
+    if (count == 0) // the toolkit always reads the first text, which names the encoding
         return false;
     for (const uint64_t table : {number(12), number(16)})
     {

@@ -1,5 +1,5 @@
 // Finds and loads the translations. The toolkit's own loader trusts the numbers in a catalogue, so
-// that one which was cut short crashes the program; here it is left out. Main thread only.
+// a truncated catalogue crashes the program; this one skips damaged catalogues. Main thread only.
 
 #pragma once
 
@@ -10,16 +10,17 @@
 class CatalogueLoader : public wxFileTranslationsLoader
 {
 public:
-    // Adds the folders in which catalogues are searched for, as LANG/LC_MESSAGES/DOMAIN.mo or
-    // LANG/DOMAIN.mo, in this order: "locale" beside programPath, "locale" beside the executable
-    // itself, then "share/locale" where the program and the toolkit are installed.
+    // Sets the folders to search, in this order: "locale" beside programPath, the path that started
+    // the program; "locale" beside the executable itself; "share/locale" of the prefixes in which
+    // the program and the toolkit are installed. Catalogues in them are LANG/LC_MESSAGES/DOMAIN.mo
+    // or LANG/DOMAIN.mo.
     explicit CatalogueLoader(const wxString& programPath);
 
-    // Returns the first catalogue that is not damaged, owned by the caller; null when there is
+    // Returns the first catalogue that is not damaged, owned by the caller, or null if there is
     // none.
     wxMsgCatalog* LoadCatalog(const wxString& domain, const wxString& lang) override;
 
-    // Returns the paths of the damaged catalogues that were met.
+    // Returns the paths of the damaged catalogues that LoadCatalog() has skipped.
     const std::vector<wxString>& GetDamaged() const { return m_damaged; }
 
 private:

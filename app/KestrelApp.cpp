@@ -37,7 +37,7 @@ const wxCmdLineEntryDesc COMMAND_LINE[] = {
 
 #ifndef NDEBUG
 // The toolkit asserts on input that it then handles well, such as a malformed line in a text from
-// the network. A developer sees it on standard error; the user never gets a box that blocks.
+// the network. Developers read this on standard error instead of in a box that blocks the program.
 void ReportAssert(const wxString& file, int line, const wxString& function,
                   const wxString& condition, const wxString& message)
 {
@@ -46,8 +46,8 @@ void ReportAssert(const wxString& file, int line, const wxString& function,
 }
 #endif
 
-// A descriptor that is closed would go to the first socket, with all that is meant for standard
-// error.
+// The first socket would get the number of a closed descriptor, and with it everything that is
+// written to standard error.
 void OpenStandardDescriptors()
 {
     int descriptor = STDIN_FILENO;
@@ -57,16 +57,16 @@ void OpenStandardDescriptors()
         close(descriptor);
 }
 
-// Paths and the environment are UTF-8 on today's systems, whatever the locale says, and also where
-// the user's locale is not installed.
+// Paths and the environment are UTF-8 on today's systems, whatever the locale says and even if the
+// user's locale is not installed.
 void ReadTextsAsUtf8()
 {
     if (strcmp(nl_langinfo(CODESET), "UTF-8") != 0)
         setlocale(LC_CTYPE, "C.UTF-8");
 }
 
-// The locale "C" means texts as they are in the program. The toolkit knows no such language and
-// would take one from a variable that does not count then.
+// The locale "C" means that no text is translated. The toolkit knows no such language and would
+// take one from a variable that does not count then.
 void DropOverriddenLanguages()
 {
     wxString locale;
@@ -86,17 +86,18 @@ int main(int argc, char** argv)
 {
     wxDISABLE_DEBUG_SUPPORT();
     OpenStandardDescriptors();
-    // A limit on the size of files is then an error of writing, as a full disk is.
+    // A file that reaches the limit on the size of files then gives an error, as a full disk does.
     signal(SIGXFSZ, SIG_IGN);
 
-    // The libraries of the application that started us are not for the programs that GTK starts to
-    // read pictures with; the loader has read the variable already, for us.
+    // The programs that GTK starts to read pictures must not use the libraries of the application
+    // that started us. For our own libraries, the loader has read the variable already.
     unsetenv("LD_LIBRARY_PATH");
 
-    // GTK's and the toolkit's variable for the encoding of file names, unless the user has set it.
+    // GTK and the toolkit read the encoding of file names from this variable; the user's value
+    // stays.
     setenv("G_FILENAME_ENCODING", "UTF-8", 0);
 
-    // The toolkit would read the arguments as the locale has it.
+    // The toolkit would decode the arguments by the locale.
     std::vector<wxWCharBuffer> texts;
     std::vector<wchar_t*> arguments;
     for (int i = 0; i < argc; ++i)
@@ -121,25 +122,25 @@ bool KestrelApp::OnInit()
 
     ReadTextsAsUtf8();
 
-    // The catalogues lie beside the executable.
+    // The catalogues are beside the executable.
     wxFileName program(argc > 0 ? argv[0] : wxString());
     program.Normalize(wxPATH_NORM_ENV_VARS | wxPATH_NORM_DOTS | wxPATH_NORM_TILDE |
                           wxPATH_NORM_ABSOLUTE | wxPATH_NORM_LONG | wxPATH_NORM_SHORTCUT,
                       wxEmptyString, wxPATH_NATIVE);
-    // The toolkit's own object, not the locale's: a download thread may look a text up until the
-    // process ends, when the application object has gone.
+    // The toolkit owns this object, not m_locale: a download thread may look up a text until the
+    // process ends, after the application object is gone.
     wxTranslations* const translations = new wxTranslations;
     CatalogueLoader* const loader = new CatalogueLoader(program.GetFullPath());
     translations->SetLoader(loader);
     wxTranslations::Set(translations);
     DropOverriddenLanguages();
-    // A language whose locale is not installed is no news to its user, and texts are translated all
-    // the same; nor can the user do anything about a catalogue that is broken.
+    // If the locale is not installed, the user knows it, and texts are translated all the same.
+    // About a damaged catalogue the user can do nothing.
     bool translated = false;
     {
         const wxLogNull quiet;
         m_locale.Init(wxLANGUAGE_DEFAULT, wxLOCALE_LOAD_DEFAULT);
-        ReadTextsAsUtf8(); // which initialising undoes
+        ReadTextsAsUtf8(); // again, because Init() sets the locale
         translated = m_locale.AddCatalog("kestrel");
     }
     if (!translated && wxLocale::GetSystemLanguage() != wxLANGUAGE_ENGLISH_US)
@@ -148,17 +149,17 @@ bool KestrelApp::OnInit()
     if (!wxApp::OnInit())
         return false;
 
-    // Only now is it known whether the user wants to read this.
+    // Now that the command line has been read, --verbose counts.
     for (const wxString& catalogue : loader->GetDamaged())
         wxLogVerbose("The catalogue '%s' is damaged", catalogue);
 
     wxInitAllImageHandlers();
     wxSocketBase::Initialize();
 
-    // No window here has handlers of these, which the toolkit would send after every other event.
+    // The toolkit would send these after every other event, and no window here handles them.
     wxIdleEvent::SetMode(wxIDLE_PROCESS_SPECIFIED);
     wxUpdateUIEvent::SetMode(wxUPDATE_UI_PROCESS_SPECIFIED);
-    // The name of the desktop file, by which a desktop finds the program's name and icon.
+    // The name of the desktop file. With it, a desktop finds the program's name and icon.
     g_set_prgname("kestrel");
     SetClassName("kestrel");
 

@@ -1,4 +1,5 @@
-// The application object: locale, command line, and the one window. Main thread only.
+// The application object: sets the locale, reads the command line and opens the one window. Main
+// thread only.
 
 #pragma once
 
@@ -8,9 +9,9 @@
 class KestrelApp : public wxApp
 {
 public:
-    // Starts the program. Returns false, with the usage on standard error, when the command line is
-    // rejected or asks for help; then there is no window and the process ends with wxEntry()'s
-    // failure result.
+    // Opens the window and starts the check for an update. Returns false if the command line is
+    // rejected or asks for help: the usage is on standard error, there is no window, and the
+    // process ends with status 255.
     bool OnInit() override;
     int OnExit() override;
     void OnInitCmdLine(wxCmdLineParser& parser) override;

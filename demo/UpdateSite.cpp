@@ -1,10 +1,10 @@
-// A vendor's whole update channel, on loopback: a file information with two products, and the
-// installer that one of them links to, made anew at every start and sent at the speed of a modest
-// line so that progress can be seen.
+// A vendor's update site on loopback: a file information with two products, and an installer of
+// random bytes, the same for both. It is sent slowly, so that progress can be seen.
 //
 // Usage: kestrel_demo_site INSTALLER
-// Writes the installer to that path too, for comparing; prints the address of the file information
-// on a line of its own once the site can be reached, and serves until it is ended.
+// Also writes the installer to that path, to compare it with what was saved. Prints the address of
+// the file information on a line of its own once the site can be reached, and serves until it is
+// ended.
 
 #include <httplib.h>
 
