@@ -1,8 +1,8 @@
 # The translations. Each locale/LANG.po becomes locale/LANG/LC_MESSAGES/kestrel.mo in the build
 # folder, beside the program, which looks there first.
 #
-# Gives KESTREL_LANGUAGES, the languages there are catalogues for, and the targets
-#   catalogues  compiles them; part of every build
+# Sets KESTREL_LANGUAGES to the languages that are compiled, and defines these targets:
+#   catalogues  compiles the translations; part of every build
 #   pot         makes the template for translators, locale/kestrel.pot, from the sources
 
 set(KESTREL_LANGUAGES "")
@@ -24,8 +24,8 @@ if(MSGFMT_EXECUTABLE)
     list(LENGTH catalogues count)
     message(STATUS "Translations: ${count} languages")
 else()
-    message(STATUS "Translations: none, because msgfmt (Debian package gettext) is missing; "
-                   "the program will be in English")
+    message(STATUS "Translations: none, because msgfmt (Debian package gettext) is missing. "
+                   "The program will be in English.")
 endif()
 
 add_custom_target(catalogues ALL DEPENDS ${catalogues})

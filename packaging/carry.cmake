@@ -1,11 +1,11 @@
-# Copies the libraries that a program needs, and those that they need in turn, but for what is left
-# to the host, and writes where they came from into a file, one a line:
+# Copies the libraries that a program needs, directly or through other libraries, except those that
+# the user's system provides. Writes the paths they were copied from into a file, one on each line.
 # cmake -DPROGRAM=FILE -DOBJDUMP=COMMAND -DDESTINATION=FOLDER -DORIGINS=FILE -P packaging/carry.cmake
 cmake_minimum_required(VERSION 3.25)
 
-# Left to the host, by the names before ".so":
+# The libraries that the user's system, the host, provides, by the names before ".so":
 set(host
-    # the C and C++ runtimes: the loader's own, and the host's newer one serves older programs
+    # the C and C++ runtimes: they belong to the host's loader, and newer ones serve older programs
     ld-linux.* libc libm libresolv libgcc_s "libstdc\\+\\+"
     # X11 and Wayland: they belong to the host's display and drivers
     libX11 libXext libxcb.* libwayland-.*
@@ -16,7 +16,8 @@ set(host
     libz libpng16 liblzma libzstd libuuid
     # OpenSSL 3 and Kerberos: on every desktop, and fixes to them come with the system
     libssl libcrypto libgssapi_krb5
-    # GnuTLS, for parts of libcurl that Kestrel does not use, with what the host's own is built on
+    # GnuTLS, for parts of libcurl that Kestrel does not use, with the libraries that the host's
+    # GnuTLS uses itself
     libgnutls libnettle libhogweed libgmp)
 list(TRANSFORM host REPLACE "(.+)" "^\\1[.]so")
 
@@ -25,7 +26,7 @@ file(GET_RUNTIME_DEPENDENCIES EXECUTABLES ${PROGRAM}
     PRE_EXCLUDE_REGEXES ${host}
     RESOLVED_DEPENDENCIES_VAR libraries)
 foreach(library IN LISTS libraries)
-    # One plain file under the name that the loader asks for.
+    # The loader asks for this name; it becomes a plain file, not a link.
     get_filename_component(name ${library} NAME)
     file(COPY_FILE ${library} ${DESTINATION}/${name})
 endforeach()

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Says what a bundle carries: packaging/describe.py BUNDLE VERSION ARCHITECTURE ORIGINS
+"""Describes the libraries in a bundle: packaging/describe.py BUNDLE VERSION ARCHITECTURE ORIGINS
 
-Reads from a file where each carried library came from, asks dpkg for its package, and writes into the
-bundle licences/, a copyright text for each package, and kestrel.spdx.json, the list in SPDX 2.3.
-SOURCE_DATE_EPOCH is the time that the list bears.
+ORIGINS is a file with the path that each library was copied from. dpkg knows the package of each. This
+writes into the bundle: a copyright text for each package, in licences/, and the list of the packages in
+SPDX 2.3, kestrel.spdx.json. SOURCE_DATE_EPOCH becomes the time of the list.
 """
 
 import datetime
@@ -16,7 +16,7 @@ import subprocess
 import sys
 import urllib.parse
 
-# Debian's short names of licences, and SPDX's.
+# The short names of licences that Debian uses, and those of SPDX.
 SPDX_NAMES = {
     "Apache-2.0": "Apache-2.0", "BSD-2-clause": "BSD-2-Clause", "BSD-3-clause": "BSD-3-Clause",
     "BSD-4-clause": "BSD-4-Clause", "Expat": "MIT", "MIT": "MIT", "ISC": "ISC", "Zlib": "Zlib",
@@ -35,19 +35,19 @@ def ask_dpkg(*arguments):
 
 
 def package_of(library):
-    """The name and architecture of the package that the file belongs to."""
-    # dpkg knows the file by the path in its package, with or without /usr.
+    """Returns the name and architecture of the package that the file belongs to."""
+    # dpkg knows a file by its path in the package, which may start with /usr or not.
     path = os.path.realpath(library).removeprefix("/usr")
     for known in ("/usr" + path, path):
         try:
             return ask_dpkg("-S", known).split(": ")[0]
         except subprocess.CalledProcessError:
             continue
-    sys.exit(f"No package has {library}")
+    sys.exit(f"No package contains {library}")
 
 
 def declared_licence(copyright_text):
-    """What a machine-readable copyright says of most files, as an SPDX expression."""
+    """Returns the licence that a machine-readable copyright gives for most files, as an SPDX expression."""
     if not copyright_text.startswith("Format:"):
         return "NOASSERTION"
     for paragraph in re.split(r"\n\s*\n", copyright_text):
@@ -55,7 +55,8 @@ def declared_licence(copyright_text):
             words = re.search(r"^License:(.*)$", paragraph, re.MULTILINE)[1].split()
             if not words:
                 return "NOASSERTION"
-            # Tools under the GPL, beside a library under the LGPL: "most files" would mislead.
+            # Some packages have tools under the GPL and a library under the LGPL; the licence of most files
+            # would mislead.
             if words[0].startswith("GPL") and "LGPL" in copyright_text:
                 return "NOASSERTION"
             expression = [word.upper() if word in ("and", "or") else SPDX_NAMES.get(word) for word in words]
@@ -70,7 +71,7 @@ def main():
 
     def keep_licence(name, text):
         (licences / name).write_text(text, encoding="utf-8")
-        # A Debian system has the texts of common licences in one place; other systems do not.
+        # On Debian, a copyright text may refer to the common licences; other systems lack these files.
         for common in re.findall(r"/usr/share/common-licenses/([A-Za-z0-9.-]*[A-Za-z0-9])", text):
             source = pathlib.Path("/usr/share/common-licenses", common)
             if source.is_file():
@@ -101,7 +102,8 @@ def main():
             "downloadLocation": "NOASSERTION", "filesAnalyzed": False,
             "sourceInfo": f"Debian source package {source} {source_version}",
             "licenseConcluded": "NOASSERTION", "licenseDeclared": declared_licence(copyright_text),
-            "licenseComments": f"Declared for most files of the source package; licences/{name}.txt has all.",
+            "licenseComments": f"Declared for most files of the source package; "
+                               f"licences/{name}.txt has all licences.",
             "copyrightText": "NOASSERTION", "comment": "As " + ", ".join(sorted(carried[package])),
             "externalRefs": [{
                 "referenceCategory": "PACKAGE-MANAGER", "referenceType": "purl",

@@ -1,18 +1,18 @@
-# Installing, in two layouts:
+# Installs the program in one of two layouts:
 #   cmake --install BUILD --prefix /usr                         the system layout
 #   cmake --install BUILD --prefix FOLDER --component bundle    the program with locale/ beside it,
-#                                                               to be put anywhere
-# and packages of both: "cpack -G DEB" of the first, "cpack -G TGZ" of the second. With
-# KESTREL_PORTABLE the second is what scripts/make-bundle puts the libraries beside.
+#                                                               which runs in any folder
+# "cpack -G DEB" makes a package of the first, "cpack -G TGZ" of the second. scripts/make-bundle builds
+# the second with KESTREL_PORTABLE and adds the libraries.
 
 set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 include(GNUInstallDirs)
 
 if(KESTREL_PORTABLE)
-    # The older kind of search path (RPATH, not RUNPATH) goes before LD_LIBRARY_PATH, and holds for what
-    # the libraries need in turn. With the folders of the systems behind lib/, an LD_LIBRARY_PATH of
-    # the calling application changes none of the libraries. Files of another architecture are passed over.
+    # The loader searches an RPATH (unlike a RUNPATH) before LD_LIBRARY_PATH, also for what the libraries
+    # need themselves. The folders of the various systems follow lib/, so that an LD_LIBRARY_PATH of the
+    # calling application changes none of the libraries. The loader skips files of another architecture.
     set_target_properties(kestrel PROPERTIES
         BUILD_WITH_INSTALL_RPATH ON
         INSTALL_RPATH "$ORIGIN/lib;/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE};/lib/${CMAKE_LIBRARY_ARCHITECTURE};/usr/lib64;/lib64;/usr/lib;/lib")
@@ -24,12 +24,12 @@ install(TARGETS kestrel RUNTIME DESTINATION . COMPONENT bundle EXCLUDE_FROM_ALL)
 foreach(language IN LISTS KESTREL_LANGUAGES)
     set(folder locale/${language}/LC_MESSAGES)
     set(catalogue ${PROJECT_BINARY_DIR}/${folder}/kestrel.mo)
-    # The toolkit searches share/locale of the prefix that the program is installed in.
+    # The program searches share/locale of the prefix that it is installed in.
     install(FILES ${catalogue} DESTINATION share/${folder} COMPONENT system)
     install(FILES ${catalogue} DESTINATION ${folder} COMPONENT bundle EXCLUDE_FROM_ALL)
 endforeach()
 
-# Compressed without name and date: the same sources give the same files.
+# Compresses a file without its name and date, so that the same sources give the same files.
 function(install_compressed source name destination)
     set(compressed ${PROJECT_BINARY_DIR}/packaging/${name}.gz)
     add_custom_command(OUTPUT ${compressed}
@@ -62,13 +62,13 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# The certificates are what https is verified against, the others the texts of the toolkit's own.
+# ca-certificates has the certificates for https, wx3.2-i18n the translations of the toolkit's own texts.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ca-certificates, wx3.2-i18n")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
 "update checker that application vendors ship beside their program
-Started by an application with an address, a section and a version, Kestrel
-fetches a text that names the latest version, compares it with the installed
-one, asks the user, saves the new installer with progress and rate shown, and
-says what to do next. It never runs the installer.")
+An application starts Kestrel with an address, a section and a version. Kestrel
+fetches a text that names the latest version, compares that version with the
+installed one, asks the user, saves the new installer while it shows progress
+and rate, and says what to do next. It never runs the installer.")
 include(CPack)
