@@ -1,7 +1,7 @@
 # shellcheck shell=bash
-# Answers windows by keyboard; to be sourced. Needs a display with a window manager.
+# Functions that answer windows by keyboard. Source this file; it needs a display with a window manager.
 
-# wait_for TITLE: waits until the window with the keyboard has this title, and has drawn itself.
+# wait_for TITLE: waits until the active window has this title, and gives it time to draw itself.
 wait_for() {
     local title
     for ((i = 0; i < 200; i++)); do
@@ -12,18 +12,18 @@ wait_for() {
         fi
         sleep 0.1
     done
-    echo "The window '$1' did not appear; '$title' has the keyboard." >&2
+    echo "The window '$1' did not appear; the active window is '$title'." >&2
     return 1
 }
 
-# answer TITLE: presses Return in the window with this title, once it is there.
+# answer TITLE: waits for the window with this title and presses Return in it.
 answer() {
     wait_for "$1"
     xdotool key Return
 }
 
-# in_language LANGUAGE LOCALE-FOLDER TEXT: the text as the catalogue has it. The gettext command would
-# need a locale that is installed.
+# in_language LANGUAGE LOCALE-FOLDER TEXT: prints the text as the catalogue translates it. The command
+# gettext would need an installed locale.
 in_language() {
     python3 -c 'import gettext, sys
 language, folder, text = sys.argv[1:]

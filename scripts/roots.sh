@@ -1,17 +1,17 @@
 # shellcheck shell=bash
-# Small Debian systems in folders under build/roots/, made once and kept between runs; to be sourced
-# after common.sh. Only the administrator can make them and run something in them.
+# Functions for small Debian systems in folders under build/roots/, which are made once and kept between
+# runs. Source this file after common.sh. Only root can make these systems and run something in them.
 
-# need_root_rights WHAT: ends the command where roots cannot be made.
+# need_root_rights WHAT: ends the command if these systems cannot be made here.
 need_root_rights() {
     [[ $(id -u) == 0 ]] && unshare --mount --pid --fork true 2>/dev/null && return
-    echo "$1 needs root rights and its own mounts, and cannot run here." >&2
+    echo "$1 needs root rights and mounts of its own, so it cannot run here." >&2
     exit 1
 }
 
-# sources_of SUITE: lines of a sources.list for this release, from where this machine takes Debian.
+# sources_of SUITE: prints a sources.list for this release, with the archives that this machine uses.
 sources_of() {
-    # The variables are apt's.
+    # apt replaces these variables, not the shell.
     # shellcheck disable=SC2016
     apt-get indextargets --format '$(LABEL) $(REPO_URI)' 'Created-By: Packages' 'Component: main' |
         awk -v suite="$1" '
@@ -25,7 +25,7 @@ sources_of() {
             }'
 }
 
-# emulate ARCHITECTURE: programs of another architecture than this machine's run from now on.
+# emulate ARCHITECTURE: lets this machine run programs of another architecture.
 emulate() {
     local handler
     [[ $1 != "$(dpkg --print-architecture)" ]] || return 0
@@ -33,13 +33,13 @@ emulate() {
     handler=qemu-$(dpkg-architecture -a "$1" -q DEB_HOST_GNU_CPU 2>/dev/null)
     mountpoint -q /proc/sys/fs/binfmt_misc ||
         mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc
-    # As the package does it where something like systemd runs.
+    # The package itself does this only if something like systemd runs.
     [[ -e /proc/sys/fs/binfmt_misc/$handler ]] ||
         cat "/usr/lib/binfmt.d/$handler.conf" >/proc/sys/fs/binfmt_misc/register
 }
 
-# make_root NAME SUITE ARCHITECTURE PACKAGE...: makes build/roots/NAME with these packages, and a user
-# "guest", if it is not there.
+# make_root NAME SUITE ARCHITECTURE PACKAGE...: makes build/roots/NAME with these packages and a user
+# "guest", unless it exists.
 make_root() {
     local name=$1 suite=$2 architecture=$3 root sources
     root=$PWD/build/roots/$name
@@ -67,14 +67,14 @@ make_root() {
     mv "$root.part" "$root"
 }
 
-# in_root NAME COMMAND...: runs a command as the administrator of that system, with this tree at
-# /kestrel. Its mounts and processes end with it.
+# in_root NAME COMMAND...: runs a command as root in that system, with this tree at /kestrel. Its mounts
+# and processes end with it.
 in_root() {
     # shellcheck disable=SC2016
     unshare --mount --pid --fork --kill-child bash -euc '
         root=$1
         shift
-        # A mount of its own, without which nothing in it could do the same again.
+        # Without a mount of its own at its root, a command in it could not do the same again.
         mount --bind "$root" "$root"
         mount -t proc proc "$root/proc"
         mount --rbind /dev "$root/dev"
