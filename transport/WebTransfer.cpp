@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <ctime>
 #include <thread>
 
 namespace
@@ -36,17 +35,10 @@ constexpr size_t BLOCK_SIZE = 4096;
 constexpr long RECEIVE_SIZE = 128 * 1024;
 constexpr size_t BUFFER_LIMIT = 128 * 1024;
 
-// When libcurl has used so much processor time for nothing, what comes is a flood, and is taken in
-// slowly. The clock is not asked before so many calls.
-constexpr milliseconds VAIN_LIMIT(300);
-constexpr int CALLS_IN_VAIN = 64;
-
-milliseconds GetProcessorTime()
-{
-    timespec time = {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return milliseconds(time.tv_sec * 1000 + time.tv_nsec / 1000000);
-}
+// After so many calls of libcurl's without any of the body, what comes is a flood. It is taken in
+// slowly, with a pause at each call.
+constexpr int CALLS_IN_VAIN = 1000;
+constexpr milliseconds FLOOD_PAUSE(10);
 
 } // namespace
 
@@ -137,13 +129,9 @@ bool WebTransfer::MayGoOn()
 // The same, asked by libcurl.
 bool WebTransfer::MayTakeMore()
 {
-    int& calls = m_request->callsInVain;
-    if (++calls == CALLS_IN_VAIN)
-        m_request->vainSince = GetProcessorTime();
-    const bool mayGoOn = MayGoOn();
-    if (mayGoOn && calls > CALLS_IN_VAIN && GetProcessorTime() - m_request->vainSince > VAIN_LIMIT)
-        std::this_thread::sleep_for(POLL_INTERVAL);
-    return mayGoOn;
+    if (++m_request->callsInVain > CALLS_IN_VAIN)
+        std::this_thread::sleep_for(FLOOD_PAUSE);
+    return MayGoOn();
 }
 
 // Asks for a byte range, such as "100-", or for all.
@@ -360,8 +348,11 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
 {
     WebTransfer& transfer = *static_cast<WebTransfer*>(self);
     Request& request = *transfer.m_request;
-    if (!transfer.MayTakeMore())
+    if (!transfer.MayGoOn())
         return 0;
+    // Each redirect may take its time. An ftp server's replies have no bound.
+    if (!transfer.m_opened && !transfer.m_address.IsFtp())
+        transfer.m_lastArrival = Clock::now();
     // An interim answer (1xx) is followed by another header, as is a redirect. The replies of an
     // ftp server come here too.
     const bool lastLine = size <= 2 && (data[0] == '\r' || data[0] == '\n');
@@ -395,10 +386,11 @@ int WebTransfer::OnProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl
 }
 
 // Frames of HTTP/2 and records of TLS that carry nothing are seen only here.
-int WebTransfer::OnDebug(CURL*, curl_infotype, char*, size_t, void* self)
+int WebTransfer::OnDebug(CURL*, curl_infotype type, char*, size_t, void* self)
 {
     WebTransfer& transfer = *static_cast<WebTransfer*>(self);
-    if (!transfer.MayTakeMore())
+    // libcurl bounds the size of headers.
+    if (type != CURLINFO_HEADER_IN && !transfer.MayTakeMore())
         transfer.m_sockets.HangUp();
     return 0;
 }

@@ -29,7 +29,8 @@
 class WebTransfer : public wxInputStream
 {
 public:
-    // timeout    bounds opening, and then the time in which nothing of the resource arrives
+    // timeout    bounds the time in which nothing arrives: of the answer's header, then of the
+    //            resource
     // cancelled  asked at least every 50 milliseconds; once it returns true, the call under way
     //            ends
     WebTransfer(std::chrono::seconds timeout, std::function<bool()> cancelled);
@@ -107,7 +108,6 @@ private:
         Verdict verdict = Verdict::None;
         curl_off_t known = 0; // bytes left that were received before
         int callsInVain = 0;  // from libcurl, since there last was some of the body
-        std::chrono::milliseconds vainSince{}; // by the processor time
     };
     std::unique_ptr<Request> m_request;
 
