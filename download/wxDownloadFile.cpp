@@ -6,9 +6,9 @@
 #include <wx/filename.h>
 #include <wx/log.h>
 #include <wx/module.h>
-#include <wx/protocol/protocol.h>
 #include <wx/stream.h>
 #include <wx/url.h>
+#include <wx/utils.h>
 #include <wx/window.h>
 
 #include <algorithm>
@@ -224,11 +224,6 @@ wxWindow* wxDownloadFile::GetReceiver() const
     return handOff.ending ? nullptr : m_parent.load();
 }
 
-bool wxDownloadFile::IsWanted()
-{
-    return GetReceiver() && m_running && !TestDestroy();
-}
-
 wxThread::ExitCode wxDownloadFile::Entry()
 {
     m_running = true;
@@ -300,7 +295,11 @@ int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
             Post(event, wxDOWNLOAD_INPROGRESS, bytes);
         held.clear();
         posted = Clock::now();
-        WaitForReceiver(event);
+        // A line faster than the receiver would pile up reports without end, and the main loop,
+        // which delivers pending events until there are none, would see no more of the user.
+        const bool tooMany = event.GetCopyCount() >= static_cast<long>(QUEUE_LIMIT);
+        while (tooMany && IsWanted() && event.GetCopyCount() > 0)
+            wxMilliSleep(1);
     };
 
     int error = 0;
@@ -341,15 +340,4 @@ void wxDownloadFile::Post(wxDownloadEvent& event, int status, wxLongLong_t downl
     const wxMutexLocker locker(handOff.lock);
     if (wxWindow* const parent = GetReceiver())
         parent->GetEventHandler()->AddPendingEvent(event);
-}
-
-// A line faster than the receiver would pile up reports without end, and the main loop, which
-// delivers pending events until there are none, would see no more of the user.
-void wxDownloadFile::WaitForReceiver(const wxDownloadEvent& event)
-{
-    if (event.GetCopyCount() < static_cast<long>(QUEUE_LIMIT))
-        return;
-    const wxMutexLocker locker(handOff.lock);
-    while (GetReceiver() && !TestDestroy() && event.GetCopyCount() > 0)
-        handOff.letGo.WaitTimeout(1);
 }

@@ -76,11 +76,10 @@ private:
     friend class wxDownloadModule;
 
     wxWindow* GetReceiver() const; // null when nothing more is to be posted
-    bool IsWanted();
+    bool IsWanted() { return GetReceiver() && m_running && !TestDestroy(); }
     bool Transfer(wxURL& url, wxDownloadEvent& event);
     int Save(wxInputStream& stream, wxDownloadEvent& event);
     void Post(wxDownloadEvent& event, int status, wxLongLong_t downloadedBytes);
-    void WaitForReceiver(const wxDownloadEvent& event);
 
     std::atomic<wxWindow*> m_parent; // null once the owner has let go
     const wxString m_url;

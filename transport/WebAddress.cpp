@@ -68,8 +68,3 @@ std::string WebAddress::GetText() const
         curl_url_set(url.get(), part, nullptr, 0);
     return GetPart(url, CURLUPART_URL);
 }
-
-bool WebAddress::IsFtp() const
-{
-    return GetPart(m_url, CURLUPART_SCHEME) == "ftp";
-}

@@ -21,7 +21,7 @@ public:
     std::string GetUrl() const;
     std::string GetText() const;
 
-    bool IsFtp() const;
+    bool IsFtp() const { return GetUrl().compare(0, 4, "ftp:") == 0; }
 
 private:
     CurlUrl m_given, m_url;

@@ -72,8 +72,3 @@ bool WebResource::Continues(CURL* easy, curl_off_t received)
         m_size = total;
     return true;
 }
-
-bool WebResource::EndsAt(CURL* easy, curl_off_t received)
-{
-    return GetWebHeader(easy, "Content-Range") == "bytes */" + std::to_string(received);
-}

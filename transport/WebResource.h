@@ -30,10 +30,6 @@ public:
     // and is of the same resource; takes from it how far it reaches.
     bool Continues(CURL* easy, curl_off_t received);
 
-    // Returns whether the last answer, with status 416, says that the resource ends at the offset
-    // received, in bytes.
-    static bool EndsAt(CURL* easy, curl_off_t received);
-
     // Bytes in the whole, and up to the end of the part under way; -1 when that is not known or the
     // answer is no part.
     curl_off_t GetSize() const { return m_size; }

@@ -129,9 +129,11 @@ bool WebTransfer::MayGoOn()
 // The same, asked by libcurl.
 bool WebTransfer::MayTakeMore()
 {
-    if (++m_request->callsInVain > CALLS_IN_VAIN)
+    if (!MayGoOn())
+        m_sockets.HangUp();
+    else if (++m_request->callsInVain > CALLS_IN_VAIN)
         std::this_thread::sleep_for(FLOOD_PAUSE);
-    return MayGoOn();
+    return !m_stop;
 }
 
 // Asks for a byte range, such as "100-", or for all.
@@ -171,6 +173,7 @@ void WebTransfer::StartRequest(const std::string& range)
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &WebTransfer::OnBody);
     curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &WebTransfer::OnProgress);
+    // Frames of HTTP/2 and records of TLS that carry nothing are shown to this function only.
     curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &WebTransfer::OnDebug);
     for (const CURLoption option :
          {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_XFERINFODATA, CURLOPT_DEBUGDATA})
@@ -245,7 +248,8 @@ WebTransfer::Verdict WebTransfer::Judge()
         verdict = whole && (!m_opened || size == m_resource.GetSize()) ? Verdict::Accept : verdict;
     else if (status == 206 && m_resource.Continues(easy, m_received))
         verdict = Verdict::Accept;
-    else if (status == 416 && m_resource.EndsAt(easy, m_received))
+    else if (status == 416 &&
+             GetWebHeader(easy, "Content-Range") == "bytes */" + std::to_string(m_received))
         verdict = Verdict::Complete;
     return verdict;
 }
@@ -378,19 +382,4 @@ size_t WebTransfer::OnBody(char* data, size_t, size_t size, void* self)
     transfer.m_request->answered = true;
     transfer.m_request->callsInVain = 0;
     return transfer.MayGoOn() && transfer.Take(data, size) ? size : 0;
-}
-
-int WebTransfer::OnProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
-{
-    return static_cast<WebTransfer*>(self)->MayTakeMore() ? 0 : 1;
-}
-
-// Frames of HTTP/2 and records of TLS that carry nothing are seen only here.
-int WebTransfer::OnDebug(CURL*, curl_infotype type, char*, size_t, void* self)
-{
-    WebTransfer& transfer = *static_cast<WebTransfer*>(self);
-    // libcurl bounds the size of headers.
-    if (type != CURLINFO_HEADER_IN && !transfer.MayTakeMore())
-        transfer.m_sockets.HangUp();
-    return 0;
 }

@@ -56,8 +56,8 @@ private:
     // What to make of an answer, known when its header is complete.
     enum class Verdict
     {
-        None,     // there is no answer yet
-        Accept,   // the body is what was asked for
+        None, // there is no answer yet
+        Accept,
         TryAgain, // the server is in trouble that may pass
         Complete, // there is no more of the resource
         Refuse
@@ -83,8 +83,17 @@ private:
 
     static size_t OnHeader(char* data, size_t one, size_t size, void* self);
     static size_t OnBody(char* data, size_t one, size_t size, void* self);
-    static int OnProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
-    static int OnDebug(CURL* easy, curl_infotype type, char* data, size_t size, void* self);
+    static int OnProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
+    {
+        return static_cast<WebTransfer*>(self)->MayTakeMore() ? 0 : 1;
+    }
+    static int OnDebug(CURL*, curl_infotype type, char*, size_t, void* self)
+    {
+        // libcurl bounds the size of headers.
+        if (type != CURLINFO_HEADER_IN)
+            static_cast<WebTransfer*>(self)->MayTakeMore();
+        return 0;
+    }
 
     const std::chrono::seconds m_timeout;
     const std::function<bool()> m_cancelled;
