@@ -8,14 +8,14 @@
 set(KESTREL_LANGUAGES "")
 set(catalogues "")
 file(GLOB translations CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/locale/*.po)
-find_program(MSGFMT_EXECUTABLE msgfmt)
-if(MSGFMT_EXECUTABLE)
+find_package(Gettext QUIET)
+if(GETTEXT_FOUND)
     foreach(translation IN LISTS translations)
         cmake_path(GET translation STEM language)
         set(folder ${PROJECT_BINARY_DIR}/locale/${language}/LC_MESSAGES)
         file(MAKE_DIRECTORY ${folder})
         add_custom_command(OUTPUT ${folder}/kestrel.mo
-            COMMAND ${MSGFMT_EXECUTABLE} -o ${folder}/kestrel.mo ${translation}
+            COMMAND ${GETTEXT_MSGFMT_EXECUTABLE} -o ${folder}/kestrel.mo ${translation}
             DEPENDS ${translation}
             VERBATIM)
         list(APPEND KESTREL_LANGUAGES ${language})
@@ -24,7 +24,7 @@ if(MSGFMT_EXECUTABLE)
     list(LENGTH catalogues count)
     message(STATUS "Translations: ${count} languages")
 else()
-    message(STATUS "Translations: none, because msgfmt (Debian package gettext) is missing. "
+    message(STATUS "Translations: none, because gettext is missing. "
                    "The program will be in English.")
 endif()
 

@@ -1,25 +1,32 @@
 # shellcheck shell=bash
 # Functions that answer windows by keyboard. Source this file; it needs a display with a window manager.
 
-# wait_for TITLE: waits until the active window has this title, and gives it time to draw itself.
+# shellcheck source=scripts/server.sh
+. "$(dirname "${BASH_SOURCE[0]}")/server.sh"
+
+# has_keyboard TITLE: whether the window with the keyboard, which becomes $window, has this title.
+has_keyboard() {
+    window=$(xdotool getactivewindow 2>/dev/null) && [[ $(xdotool getwindowname "$window" 2>/dev/null) == "$1" ]]
+}
+
+# wait_for TITLE: waits until the window with the keyboard has this title.
 wait_for() {
-    local title
-    for ((i = 0; i < 200; i++)); do
-        title=$(xdotool getactivewindow getwindowname 2>/dev/null || echo none)
-        if [[ $title == "$1" ]]; then
-            sleep 0.7
-            return
-        fi
-        sleep 0.1
-    done
-    echo "The window '$1' did not appear; the active window is '$title'." >&2
+    wait_until 20 has_keyboard "$1" && return
+    echo "The window '$1' did not appear; '$(xdotool getactivewindow getwindowname 2>&1)' has the keyboard." >&2
     return 1
 }
 
-# answer TITLE: waits for the window with this title and presses Return in it.
+# answer TITLE: presses Return in the window with this title, once it is there, until it is answered: a
+# window does not listen yet when it has just appeared.
 answer() {
-    wait_for "$1"
+    wait_for "$1" && wait_until 20 press_return "$window"
+}
+press_return() {
     xdotool key Return
+    wait_until 1 is_gone "$1"
+}
+is_gone() {
+    ! xdotool getwindowname "$1" >/dev/null 2>&1
 }
 
 # in_language LANGUAGE LOCALE-FOLDER TEXT: prints the text as the catalogue translates it. The command

@@ -1,0 +1,30 @@
+# shellcheck shell=bash
+# How trials of the program wait, and start a server; to be sourced.
+
+# wait_until SECONDS COMMAND...: runs the command again and again until it succeeds; fails when it does not.
+wait_until() {
+    local end=$((${EPOCHREALTIME/./} + $1 * 1000000))
+    until "${@:2}"; do
+        ((${EPOCHREALTIME/./} < end)) || return 1
+        sleep 0.05
+    done
+}
+
+# start_server FOLDER: serves the folder by scripts/serve. Sets $http and $https, the addresses, and
+# $server, the process to end; the certificate of $https, for 127.0.0.1, is FOLDER.pem.
+# shellcheck disable=SC2034
+start_server() {
+    openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=Kestrel -addext subjectAltName=IP:127.0.0.1 \
+        -keyout "$1.pem" -out "$1.pem" 2>/dev/null
+    "$(dirname "${BASH_SOURCE[0]}")/serve" "$1" "$1.pem" >"$1.addresses" 2>"$1.log" &
+    server=$!
+    wait_until 10 test -s "$1.addresses" || { cat "$1.log" >&2 && return 1; }
+    read -r http https <"$1.addresses"
+}
+
+# ends PROCESS: waits until the process, a child of this shell, ends, and returns its status; 124 when
+# it does not.
+ends() {
+    timeout 20 tail --pid="$1" -s 0.05 -f /dev/null || return
+    wait "$1"
+}
