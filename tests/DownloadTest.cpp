@@ -2,7 +2,6 @@
 
 #include "download/wxDownloadEvent.h"
 #include "download/wxDownloadFile.h"
-#include "tests/ScriptedServer.h"
 #include "tests/Support.h"
 
 #include <wx/frame.h>

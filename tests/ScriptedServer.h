@@ -8,12 +8,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <algorithm>
+#include <condition_variable>
 #include <csignal>
 #include <functional>
-#include <list>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -72,7 +73,6 @@ public:
             SSL_shutdown(m_tls);
         SSL_free(m_tls);
         shutdown(m_socket, SHUT_RDWR);
-        close(m_socket);
     }
 
     bool Send(const std::string& text)
@@ -93,6 +93,30 @@ public:
         return text;
     }
 
+    // Sends the answer up to a mark of three characters, if there is one: what is behind "~~~" is sent slowly, what is
+    // behind "***" for ever, and "..." is silence.
+    void Say(const std::string& answer)
+    {
+        const size_t end = std::min({answer.find("~~~"), answer.find("***"), answer.rfind("...")});
+        bool open = Send(answer.substr(0, end));
+        std::string rest = end == std::string::npos ? "" : answer.substr(end + 3);
+        if (rest.empty() && end != std::string::npos)
+            Read("never said");
+        else if (end != std::string::npos && answer[end] == '~')
+            for (size_t at = 0; at < rest.size() && open; at += 8192)
+            {
+                open = Send(rest.substr(at, 8192));
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            }
+        else if (end != std::string::npos)
+        {
+            while (rest.size() < 16384)
+                rest += rest;
+            while (Send(rest))
+                continue;
+        }
+    }
+
     // Sends a TLS message that carries nothing.
     bool SendTicket()
     {
@@ -110,9 +134,9 @@ private:
 class ScriptedServer
 {
 public:
-    using Dialogue = std::function<void(Connection& connection, int number)>;
+    using Dialogue = std::function<void(Connection& connection)>;
 
-    // Speaks with each client, the number of its connection counting from 0, until the dialogue returns.
+    // Speaks with each client until the dialogue returns.
     explicit ScriptedServer(Dialogue dialogue, const Tls* tls = nullptr) : m_dialogue(std::move(dialogue)), m_tls(tls)
     {
         signal(SIGPIPE, SIG_IGN); // OpenSSL knows no better
@@ -126,13 +150,13 @@ public:
     }
 
     // Answers the n-th request, each on a connection of its own, with the n-th text; the last one serves all that
-    // follow. A text that ends in "..." stays as it is; what follows "***" in it is said for ever.
+    // follow.
     explicit ScriptedServer(std::vector<std::string> answers, const Tls* tls = nullptr)
         : ScriptedServer(
-              [this, answers](Connection& connection, int)
+              [this, answers](Connection& connection)
               {
                   const size_t number = Remember(connection.Read("\r\n\r\n"));
-                  Say(connection, answers[std::min(number, answers.size() - 1)]);
+                  connection.Say(answers[std::min(number, answers.size() - 1)]);
               },
               tls)
     {
@@ -150,6 +174,10 @@ public:
         shutdown(m_listener, SHUT_RDWR);
         if (m_thread.joinable())
             m_thread.join();
+        std::unique_lock<std::mutex> locker(m_lock);
+        for (const int socket : m_sockets)
+            shutdown(socket, SHUT_RDWR);
+        m_ended.wait(locker, [this] { return m_sockets.empty(); });
     }
 
     std::string Url(const std::string& path = "/file", const std::string& scheme = "") const
@@ -171,49 +199,27 @@ public:
         return m_requests.size() - 1;
     }
 
-    void Say(Connection& connection, const std::string& answer)
-    {
-        const size_t stars = answer.find("***");
-        if (stars != std::string::npos)
-        {
-            connection.Send(answer.substr(0, stars));
-            std::string flood = answer.substr(stars + 3);
-            while (flood.size() < 16384)
-                flood += flood;
-            while (!m_stopping && connection.Send(flood))
-                continue;
-        }
-        else if (answer.size() >= 3 && answer.compare(answer.size() - 3, 3, "...") == 0)
-        {
-            connection.Send(answer.substr(0, answer.size() - 3));
-            connection.Read("never said");
-        }
-        else
-            connection.Send(answer);
-    }
-
 private:
     void Accept()
     {
-        std::list<std::thread> threads;
-        std::vector<int> sockets;
         for (int socket; (socket = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;)
         {
-            sockets.push_back(dup(socket));
-            threads.emplace_back(
-                [this, socket, number = static_cast<int>(threads.size())]
-                {
-                    Connection connection(socket, m_tls);
-                    m_dialogue(connection, number);
-                });
+            const std::lock_guard<std::mutex> locker(m_lock);
+            m_sockets.insert(socket);
+            std::thread(&ScriptedServer::Speak, this, socket).detach();
         }
-        m_stopping = true;
-        for (const int socket : sockets)
-            shutdown(socket, SHUT_RDWR);
-        for (std::thread& thread : threads)
-            thread.join();
-        for (const int socket : sockets)
-            close(socket);
+    }
+
+    void Speak(int socket)
+    {
+        {
+            Connection connection(socket, m_tls);
+            m_dialogue(connection);
+        }
+        const std::lock_guard<std::mutex> locker(m_lock);
+        m_sockets.erase(socket);
+        close(socket);
+        m_ended.notify_all();
     }
 
     const Dialogue m_dialogue;
@@ -221,7 +227,8 @@ private:
     const int m_listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     int m_port = 0;
     std::thread m_thread;
-    std::atomic<bool> m_stopping{false};
     std::mutex m_lock;
+    std::condition_variable m_ended;
+    std::set<int> m_sockets;
     std::vector<std::string> m_requests;
 };

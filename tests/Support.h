@@ -14,15 +14,20 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <map>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
 
 using Clock = std::chrono::steady_clock;
+
+inline std::string Ok(const std::string& headers, const std::string& body)
+{
+    return "HTTP/1.1 200 OK\r\n" + headers + "\r\n" + body;
+}
+
+inline std::string Ok(size_t length, const std::string& body, const std::string& headers = "")
+{
+    return Ok("Content-Length: " + std::to_string(length) + "\r\n" + headers, body);
+}
 
 // What the server does with the body of an answer.
 enum class Body
@@ -37,13 +42,15 @@ enum class Body
 class TestServer : public ScriptedServer
 {
 public:
-    TestServer() : ScriptedServer([this](Connection& connection, int) { Answer(connection); }) {}
+    TestServer() : ScriptedServer([this](Connection& connection) { Answer(connection); }) {}
     ~TestServer() { Stop(); }
 
     void Serve(const std::string& path, const std::string& content, Body body = Body::Whole)
     {
+        const std::string said[] = {content, content, content.substr(0, content.size() / 2), "~~~" + content, "..."};
+        const std::string& text = said[static_cast<int>(body)];
         const std::lock_guard<std::mutex> locker(m_lock);
-        m_files[path] = {content, body};
+        m_answers[path] = body == Body::NoLength ? Ok("", text) : Ok(content.size(), text);
     }
 
 private:
@@ -53,25 +60,14 @@ private:
         if (request.empty())
             return; // a client that has left
         std::unique_lock<std::mutex> locker(m_lock);
-        const auto file = m_files.find(request.substr(4, request.find(' ', 4) - 4));
-        const auto [content, body] = file != m_files.end() ? file->second : std::pair<std::string, Body>();
-        const std::string status = file != m_files.end() ? "200 OK" : "404 Not Found";
+        const auto found = m_answers.find(request.substr(4, request.find(' ', 4) - 4));
+        const std::string answer = found == m_answers.end() ? "HTTP/1.1 404 Not Found\r\n\r\n" : found->second;
         locker.unlock();
-
-        const std::string length = "Content-Length: " + std::to_string(content.size()) + "\r\n";
-        connection.Send("HTTP/1.1 " + status + "\r\n" + (body == Body::NoLength ? "" : length) + "\r\n");
-        if (body == Body::Silent)
-            connection.Read("never said");
-        const size_t end = body == Body::Cut ? content.size() / 2 : content.size();
-        const size_t piece = body == Body::Slow ? 8192 : end;
-        for (size_t sent = 0; sent < end && connection.Send(content.substr(sent, std::min(piece, end - sent)));
-             sent += piece)
-            if (body == Body::Slow)
-                wxMilliSleep(5);
+        connection.Say(answer);
     }
 
     std::mutex m_lock;
-    std::map<std::string, std::pair<std::string, Body>> m_files;
+    std::map<std::string, std::string> m_answers;
 };
 
 // Turns the main loop until done() holds; false when it does not within the time.
