@@ -4,11 +4,11 @@
 
 #include <curl/curl.h>
 
+#include <map>
 #include <memory>
-#include <set>
 
 #include <sys/socket.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 template <auto function>
 struct CurlCleanup
@@ -34,34 +34,35 @@ public:
     // Learns of the sockets that are opened for this handle.
     void Watch(CURL* easy)
     {
-        curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &CurlSockets::OnOpen);
-        curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
-        curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &CurlSockets::OnClose);
-        curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
+        curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, &CurlSockets::OnOpen);
+        curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, this);
     }
 
     // Makes every connection end at once, as if the server had closed it, without what has arrived.
     void HangUp() const
     {
         char rest[16384];
-        for (const curl_socket_t socket : m_sockets)
-            for (shutdown(socket, SHUT_RDWR); recv(socket, rest, sizeof(rest), MSG_DONTWAIT) > 0;)
-                continue;
+        for (const auto& [socket, inode] : m_sockets)
+            if (GetInode(socket) == inode)
+                for (shutdown(socket, SHUT_RDWR);
+                     recv(socket, rest, sizeof(rest), MSG_DONTWAIT) > 0;)
+                    continue;
     }
 
 private:
-    static curl_socket_t OnOpen(void* self, curlsocktype, curl_sockaddr* address)
+    static int OnOpen(void* self, curl_socket_t socket, curlsocktype)
     {
-        const int type = address->socktype | SOCK_CLOEXEC;
-        const curl_socket_t opened = socket(address->family, type, address->protocol);
-        return *static_cast<CurlSockets*>(self)->m_sockets.insert(opened).first;
+        static_cast<CurlSockets*>(self)->m_sockets[socket] = GetInode(socket);
+        return CURL_SOCKOPT_OK;
     }
 
-    static int OnClose(void* self, curl_socket_t socket)
+    static ino_t GetInode(curl_socket_t socket)
     {
-        static_cast<CurlSockets*>(self)->m_sockets.erase(socket);
-        return close(socket);
+        struct stat found;
+        return fstat(socket, &found) == 0 ? found.st_ino : 0;
     }
 
-    std::set<curl_socket_t> m_sockets;
+    // libcurl does not tell which it has closed; the number may be somebody else's by then, but not
+    // the inode.
+    std::map<curl_socket_t, ino_t> m_sockets;
 };
