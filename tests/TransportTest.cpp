@@ -2,6 +2,7 @@
 
 #include "tests/Support.h"
 #include "transport/WebAddress.h"
+#include "transport/WebTransfer.h"
 #include "transport/wxWebProtocol.h"
 
 #include <wx/log.h>
@@ -399,6 +400,19 @@ private:
         }
     }
 };
+
+TEST_F(TransportTest, EndsNoConnectionButItsOwn)
+{
+    auto transfer = std::make_unique<WebTransfer>(std::chrono::seconds(5), [] { return false; });
+    EXPECT_FALSE(transfer->Open("http://127.0.0.1:1/"));
+    // Sockets that get the numbers of those that libcurl has closed.
+    int pair[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+    transfer.reset();
+    EXPECT_EQ(send(pair[0], "x", 1, MSG_NOSIGNAL), 1);
+    close(pair[0]);
+    close(pair[1]);
+}
 
 TEST_F(TransportTest, FtpIsFetchedWithTheSameBounds)
 {
