@@ -147,6 +147,7 @@ TEST_F(TransportTest, BodyIsWhatTheServerMeantOrNothing)
         {"another tag", {CUT, Part("3-9/10", "3456789", "ETag: \"u\"\r\n")}, SHORT, "* *3-"},
         {"another coding", {CUT, Part("3-9/10", "3456789", TAG + "Content-Encoding: gzip\r\n")}, SHORT, "* *3-"},
         {"two ranges", {CUT, Part("3-9/10\r\nContent-Range: bytes 2-8/10", "3456789")}, SHORT, "* *3-"},
+        {"two ranges in one", {CUT, Part("3-9/10, bytes 2-8/10", "3456789")}, SHORT, "* *3-"},
         {"two tags on going on", {CUT, Part("3-9/10", "3456789", TAG + "ETag: \"u\"\r\n")}, SHORT, "* *3-"},
         {"the whole as a part", {CUT, Part("3-9/10", "0123456789", TAG + "Content-Length: 10\r\n")}, SHORT, "* *3-"},
         {"another size", {CUT, Part("3-9/11", "3456789")}, SHORT, "* *3-"},
@@ -159,6 +160,9 @@ TEST_F(TransportTest, BodyIsWhatTheServerMeantOrNothing)
         // Fetched anew, and compared.
         {"no ranges offered", {Ok(10, "012", TAG), ALL}, COMPLETE, "* *"},
         {"only a weak tag", {Ok(10, "012", RANGES + "ETag: W/\"t\"\r\n"), ALL}, COMPLETE, "* *"},
+        {"two tags in one", {Ok(10, "012", RANGES + "ETag: \"t\", \"u\"\r\n"), ALL}, COMPLETE, "* *"},
+        {"ranges and none", {Ok(10, "012", RANGES + TAG + "Accept-Ranges: none\r\n"), ALL}, COMPLETE, "* *"},
+        {"two dates", {Dated(1, "Date: Sun, 01 Nov 2026 00:00:00 GMT\r\n"), ALL}, COMPLETE, "* *"},
         {"a date of this second", {Dated(0), ALL}, COMPLETE, "* *"},
         {"a date beside a weak tag", {Dated(9, "ETag: W/\"t\"\r\n"), ALL}, COMPLETE, "* *"},
         {"cut earlier, then later", {Ok(10, "012"), Ok(10, "01"), Ok(10, "01234"), ALL}, COMPLETE, "* * * *"},

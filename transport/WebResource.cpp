@@ -31,24 +31,32 @@ void WebResource::Learn(CURL* easy)
     m_entityTag = GetWebHeader(easy, "ETag");
     m_lastModified = GetWebHeader(easy, "Last-Modified");
 
+    // Two of them may say two things, and then nothing.
+    const auto only = [easy](const char* name)
+    {
+        curl_header* header = nullptr;
+        const CURLHcode found = curl_easy_header(easy, name, 0, CURLH_HEADER, -1, &header);
+        return found == CURLHE_OK && header->amount == 1 ? header->value : std::string();
+    };
     // The resource may have changed twice within the second in which the answer was made.
     const auto time = [](const std::string& text) { return curl_getdate(text.c_str(), nullptr); };
     const time_t modified = time(m_lastModified);
-    const bool strongDate =
-        m_entityTag.empty() && modified != -1 && time(GetWebHeader(easy, "Date")) > modified;
-    if (GetWebHeader(easy, "Accept-Ranges") == "bytes")
-        m_validator = m_entityTag.compare(0, 1, "\"") == 0 ? m_entityTag
-                      : strongDate                         ? m_lastModified
-                                                           : std::string();
+    const bool strongDate = m_entityTag.empty() && modified != -1 && time(only("Date")) > modified;
+    // One tag in quotes: two that were folded into one line have more of them.
+    const bool strongTag =
+        m_entityTag.compare(0, 1, "\"") == 0 && m_entityTag.find('"', 1) + 1 == m_entityTag.size();
+    if (only("Accept-Ranges") == "bytes")
+        m_validator = strongTag ? m_entityTag : strongDate ? m_lastModified : std::string();
 }
 
 bool WebResource::Continues(CURL* easy, curl_off_t received)
 {
     const std::string range = GetWebHeader(easy, "Content-Range");
     long long first = -1, last = -1, total = -1;
-    int length = 0;
-    if (std::sscanf(range.c_str(), "bytes %lld-%lld/%n", &first, &last, &length) != 2 || !length ||
-        (range.substr(length) != "*" && std::sscanf(range.c_str() + length, "%lld", &total) != 1))
+    std::sscanf(range.c_str(), "bytes %lld-%lld/%lld", &first, &last, &total);
+    // Anything more, such as a second range in the same line, would be a contradiction.
+    if (range != "bytes " + std::to_string(first) + "-" + std::to_string(last) + "/" +
+                     (total < 0 ? "*" : std::to_string(total)))
         return false;
     if (first != received || last < first || (total >= 0 && last >= total) ||
         (m_size >= 0 && (last >= m_size || (total >= 0 && total != m_size))))
