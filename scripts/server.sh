@@ -16,6 +16,7 @@ wait_until() {
 start_server() {
     openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=Kestrel -addext subjectAltName=IP:127.0.0.1 \
         -keyout "$1.pem" -out "$1.pem" 2>/dev/null
+    rm -f "$1.addresses"
     "$(dirname "${BASH_SOURCE[0]}")/serve" "$1" "$1.pem" >"$1.addresses" 2>"$1.log" &
     server=$!
     wait_until 10 test -s "$1.addresses" || { cat "$1.log" >&2 && return 1; }

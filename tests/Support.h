@@ -92,8 +92,9 @@ protected:
         m_folder = mkdtemp(folder);
         for (const char* name : {"home", "home/Desktop", "tmp", "run"})
             wxMkdir(Path(name));
+        wxSetWorkingDirectory(m_folder);
         wxSetEnv("HOME", Path("home"));
-        wxSetEnv("TMPDIR", Path("tmp"));
+        wxSetEnv("TMPDIR", "tmp"); // what it means must not change
         wxSetEnv("XDG_RUNTIME_DIR", Path("run"));
         for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "HTTPS_PROXY", "ALL_PROXY"})
             wxUnsetEnv(name);

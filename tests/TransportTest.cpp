@@ -10,6 +10,7 @@
 #include <wx/stream.h>
 #include <wx/url.h>
 
+#include <malloc.h>
 #include <sys/resource.h>
 
 namespace
@@ -83,6 +84,7 @@ const std::string ALL = Ok(10, "0123456789"), REST = Part("3-9/10", "3456789"), 
 const std::string CUT = Ok(10, "012", RANGES + TAG), CUT_UNKNOWN = Ok(RANGES + TAG + CHUNKED, "3\r\n012\r\n");
 const std::string HERE = Moved(302, "/other");
 const std::string BYTE_BY_BYTE = "* *3- *4- *5-";
+const std::string TEN = "* /other /other /other /other /other /other /other /other /other /other";
 const std::string COMPLETE = "10:0123456789", SHORT = "10:012", FAILED = "failed";
 
 class TransportTest : public KestrelTest
@@ -100,8 +102,8 @@ TEST_F(TransportTest, BodyIsWhatTheServerMeantOrNothing)
         std::string result;
         std::string asked; // empty: it does not matter
     } cases[] = {
-        {"redirected ten times", {HERE, HERE, HERE, HERE, HERE, HERE, HERE, HERE, HERE, HERE, WHOLE}, "4:body", ""},
-        {"redirected for ever", {HERE}, FAILED, ""},
+        {"redirected ten times", {HERE, HERE, HERE, HERE, HERE, HERE, HERE, HERE, HERE, HERE, WHOLE}, "4:body", TEN},
+        {"redirected for ever", {HERE}, FAILED, TEN},
         {"moved for good", {Moved(301, "a"), WHOLE}, "4:body", "* /a"},
         {"to be seen elsewhere", {Moved(303, "b/"), Moved(307, "c?d"), WHOLE}, "4:body", "* /b/ /b/c?d"},
         {"moved, and the request too", {Moved(308, "/e"), WHOLE}, "4:body", "* /e"},
@@ -238,6 +240,7 @@ TEST_F(TransportTest, OnlyServersThatAreVouchedForAreTrusted)
     } cases[] = {
         {"by nobody", "", "", secure.Url(), FAILED},
         {"by a file", "one", "", secure.Url(), "4:body"},
+        {"for another host", "one", "", "https://localhost" + secure.Url().substr(17), FAILED},
         {"by a directory", "", "hashed", secure.Url(), "4:body"},
         {"by an empty file", "none", "", secure.Url(), FAILED},
         {"by a missing file", "missing", "", secure.Url(), FAILED},
@@ -345,7 +348,7 @@ TEST_F(TransportTest, SilenceAndCancellationEndEveryState)
         wxUnsetEnv(name);
 }
 
-// Speaks ftp, about one file.
+// Speaks ftp, about one file. Of each two connections the first is for the commands, the second for the data.
 class FtpServer : public ScriptedServer
 {
 public:
@@ -359,7 +362,12 @@ public:
         SilentEnd
     };
 
-    explicit FtpServer(Fault fault) : ScriptedServer([this, fault](Connection& client) { Speak(client, fault); }) {}
+    explicit FtpServer(Fault fault)
+        : ScriptedServer([this, fault](Connection& client)
+                         { m_connections++ % 2 ? Send(client, fault) : Speak(client, fault); })
+    {
+    }
+    ~FtpServer() { Stop(); }
 
     std::string GetCommands()
     {
@@ -370,39 +378,32 @@ public:
     }
 
 private:
-    std::atomic<int> m_transfers{0};
+    void Send(Connection& client, Fault fault)
+    {
+        client.Say(fault == SilentData ? "..." : fault == CutOnce && m_connections == 2 ? "01234" : "0123456789");
+    }
 
     void Speak(Connection& client, Fault fault)
     {
-        if (fault == EndlessGreeting)
-            return client.Say("***220");
-        const ScriptedServer data(
-            [this, fault](Connection& connection)
-            {
-                if (fault == SilentData)
-                    connection.Read("never said");
-                connection.Send(fault == CutOnce && m_transfers++ == 0 ? "01234" : "0123456789");
-            });
-        const std::string port = data.Url("").substr(data.Url("").rfind(':') + 1);
-        const std::map<std::string, std::string> replies = {{"USER", "331 Password"},
-                                                            {"PASS", "230 Welcome"},
-                                                            {"PWD", "257 \"/\""},
-                                                            {"EPSV", "229 Go (|||" + port + "|)"},
-                                                            {"TYPE", "200 As is"},
-                                                            {"SIZE", fault == NoSize ? "500 What?" : "213 10"},
-                                                            {"RETR", "150 Here\r\n226 Sent"}};
-        for (std::string line = "220 Hello\r\n"; client.Send(line);)
+        const std::string port = Url("").substr(Url("").rfind(':') + 1);
+        std::map<std::string, std::string> replies = {
+            {"USER", "331 Password"},
+            {"PASS", "230 Welcome"},
+            {"PWD", "257 \"/\""},
+            {"EPSV", "229 Go (|||" + port + "|)"},
+            {"TYPE", "200 As is"},
+            {"SIZE", fault == NoSize ? "500 What?" : "213 10"},
+            {"RETR", fault == SilentEnd ? "150 Here" : "150 Here\r\n226 Sent"},
+        };
+        client.Say(fault == EndlessGreeting ? "***220" : "220 Hello\r\n");
+        for (std::string command; !(command = client.Read("\r\n")).empty();)
         {
-            const std::string command = client.Read("\r\n");
-            if (command.empty())
-                return;
             Remember(command);
-            const auto reply = replies.find(command.substr(0, command.find_first_of(" \r")));
-            line = (reply != replies.end() ? reply->second : "500 What?") + "\r\n";
-            if (fault == SilentEnd && line[0] == '1')
-                line = "150 Here\r\n";
+            client.Send(replies[command.substr(0, command.find_first_of(" \r"))] + "\r\n");
         }
     }
+
+    std::atomic<int> m_connections{0};
 };
 
 TEST_F(TransportTest, EndsNoConnectionButItsOwn)
@@ -469,6 +470,18 @@ TEST_F(TransportTest, ProxyOfTheToolkitComesAfterTheProxyOfLibcurl)
     EXPECT_EQ(own.GetRequests()[0].substr(0, 24), "CONNECT example.org:443 ");
     for (const char* name : {"http_proxy", "https_proxy"})
         wxUnsetEnv(name);
+}
+
+TEST_F(TransportTest, HoldsNoMoreThanWhatIsReadSoon)
+{
+    ScriptedServer server({Ok("", "***x")});
+    const size_t before = mallinfo2().hblkhd;
+    wxURL url(server.Url());
+    dynamic_cast<wxWebProtocol&>(url.GetProtocol()).SetRequest(server.Url(), [] { return false; });
+    const std::unique_ptr<wxInputStream> stream(url.GetInputStream());
+    for (int i = 0; i < 10; ++i, wxMilliSleep(20))
+        EXPECT_TRUE(stream->CanRead());
+    EXPECT_LT(mallinfo2().hblkhd - before, 1u << 20);
 }
 
 TEST_F(TransportTest, VerboseLogSaysWhereAndWhyButNoPassword)

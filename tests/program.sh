@@ -71,7 +71,6 @@ head -c 100000 /dev/zero >"$work/web/zero"
 echo "[B]" >"$work/web/other.txt"
 told "Website Unreachable" "a certificate that nobody vouches for" "$https/ä.txt"
 export SSL_CERT_FILE=$work/web.pem
-told "Website Unreachable" "a certificate of another host" "${https/127.0.0.1/localhost}/ä.txt"
 # The language is one with neither a locale nor a translation: nothing is said about it.
 LC_ALL=cy_GB.UTF-8 start "$http/=$https/ä.txt"
 save "the whole way" "$HOME"
