@@ -72,7 +72,7 @@ echo "[B]" >"$work/web/other.txt"
 told "Website Unreachable" "a certificate that nobody vouches for" "$https/ä.txt"
 export SSL_CERT_FILE=$work/web.pem
 # The language is one with neither a locale nor a translation: nothing is said about it.
-LC_ALL=cy_GB.UTF-8 start "$http/=$https/ä.txt"
+start "$http/=$https/ä.txt" env LC_ALL=cy_GB.UTF-8 "$build/kestrel"
 save "the whole way" "$HOME"
 [[ $(ls "$TMPDIR") == nvrFileInfo.txt ]] || fail "left $(ls "$TMPDIR")"
 start "$https/gone.txt"
@@ -90,7 +90,7 @@ cp -r "$build/kestrel" "$build/locale" "$work/ö"
 ln -s "$work/ö/kestrel" "$work/linked"
 catalogue=locale/de/LC_MESSAGES/kestrel.mo
 for title in "Neue Version verfügbar" "New Version Available"; do
-    LC_ALL=de_DE.UTF-8 start "$https/ä.txt" "$work/linked"
+    start "$https/ä.txt" env LC_ALL=de_DE.UTF-8 "$work/linked"
     wait_for "$title"
     shown=$(xprop -name Kestrel WM_CLASS _MOTIF_WM_HINTS _NET_WM_STATE)
     [[ $shown == *'"kestrel", '*' = 0x3, 0x26, 0x1e, 0x0, 0x0'* && $shown != *ABOVE* ]] || fail "$shown"
