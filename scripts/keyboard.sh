@@ -4,20 +4,20 @@
 # shellcheck source=scripts/server.sh
 . "$(dirname "${BASH_SOURCE[0]}")/server.sh"
 
-# has_keyboard TITLE: whether the window with the keyboard, which becomes $window, has this title.
+# has_keyboard TITLE: returns whether the active window has this title. Sets $window to that window.
 has_keyboard() {
     window=$(xdotool getactivewindow 2>/dev/null) && [[ $(xdotool getwindowname "$window" 2>/dev/null) == "$1" ]]
 }
 
-# wait_for TITLE: waits until the window with the keyboard has this title.
+# wait_for TITLE: waits until the active window has this title.
 wait_for() {
     wait_until 20 has_keyboard "$1" && return
-    echo "The window '$1' did not appear; '$(xdotool getactivewindow getwindowname 2>&1)' has the keyboard." >&2
+    echo "The window '$1' did not appear; the active window is '$(xdotool getactivewindow getwindowname 2>&1)'." >&2
     return 1
 }
 
-# answer TITLE: presses Return in the window with this title, once it is there, until it is answered: a
-# window does not listen yet when it has just appeared.
+# answer TITLE: waits for the window with this title and presses Return in it until it is gone. A window
+# that has just appeared ignores keys.
 answer() {
     wait_for "$1" && wait_until 20 press_return "$window"
 }

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
-# How trials of the program wait, and start a server; to be sourced.
+# Functions that wait, and that start a server to try the program. Source this file.
 
-# wait_until SECONDS COMMAND...: runs the command again and again until it succeeds; fails when it does not.
+# wait_until SECONDS COMMAND...: repeats the command until it succeeds; fails if that takes too long.
 wait_until() {
     local end=$((${EPOCHREALTIME/./} + $1 * 1000000))
     until "${@:2}"; do
@@ -10,8 +10,8 @@ wait_until() {
     done
 }
 
-# start_server FOLDER: serves the folder by scripts/serve. Sets $http and $https, the addresses, and
-# $server, the process to end; the certificate of $https, for 127.0.0.1, is FOLDER.pem.
+# start_server FOLDER: serves the folder with scripts/serve. Sets $http and $https to the addresses and
+# $server to the process, which the caller has to end. FOLDER.pem becomes the certificate of $https.
 # shellcheck disable=SC2034
 start_server() {
     openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=Kestrel -addext subjectAltName=IP:127.0.0.1 \
@@ -23,8 +23,8 @@ start_server() {
     read -r http https <"$1.addresses"
 }
 
-# ends PROCESS: waits until the process, a child of this shell, ends, and returns its status; 124 when
-# it does not.
+# ends PROCESS: waits until the process, a child of this shell, ends, and returns its status. Returns 124
+# if it still runs after 20 seconds.
 ends() {
     timeout 20 tail --pid="$1" -s 0.05 -f /dev/null || return
     wait "$1"
