@@ -1,4 +1,4 @@
-// libcurl's handles, each with an owner that frees it, and the sockets it opens.
+// Owners that free libcurl's handles, and the sockets that libcurl opens.
 
 #pragma once
 
@@ -26,19 +26,21 @@ using CurlUrl = std::unique_ptr<CURLU, CurlCleanup<curl_url_cleanup>>;
 using CurlHeaders = std::unique_ptr<curl_slist, CurlCleanup<curl_slist_free_all>>;
 using CurlText = std::unique_ptr<char, CurlCleanup<curl_free>>;
 
-// The sockets of a multi handle's connections, which it outlives. libcurl's functions return from
-// input that has no use and no end only when the connection ends.
+// The sockets of a multi handle's connections; an object must outlive the handle. When useless
+// input comes without end, libcurl's functions return only if the connection ends. An object
+// belongs to one thread.
 class CurlSockets
 {
 public:
-    // Learns of the sockets that are opened for this handle.
+    // Registers this object for the sockets that libcurl opens for the handle.
     void Watch(CURL* easy)
     {
         curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, &CurlSockets::OnOpen);
         curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, this);
     }
 
-    // Makes every connection end at once, as if the server had closed it, without what has arrived.
+    // Ends every connection at once, as if the server had closed it, and drops what has arrived on
+    // it.
     void HangUp() const
     {
         char rest[16384];
@@ -62,7 +64,7 @@ private:
         return fstat(socket, &found) == 0 ? found.st_ino : 0;
     }
 
-    // libcurl does not tell which it has closed; the number may be somebody else's by then, but not
-    // the inode.
+    // libcurl does not tell which sockets it has closed. Another file may get the number of a
+    // closed socket, but not its inode.
     std::map<curl_socket_t, ino_t> m_sockets;
 };

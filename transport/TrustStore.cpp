@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-// A program that is carried from one distribution to another cannot know at build time.
+// The places differ between distributions, and the portable bundle runs on all of these.
 static const char* const PLACES[] = {
     "/etc/ssl/certs/ca-certificates.crt",                // Debian
     "/etc/pki/tls/certs/ca-bundle.crt",                  // Fedora, RHEL

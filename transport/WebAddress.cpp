@@ -20,7 +20,7 @@ CurlUrl Parse(const std::string& text, unsigned flags = 0)
     return url;
 }
 
-// Whether credentials given for one URL may be sent to the other.
+// Returns whether credentials for one URL may be sent to the other.
 bool IsSameSite(const CurlUrl& from, const CurlUrl& to)
 {
     const std::string fromPort = GetPart(from, CURLUPART_PORT, CURLU_DEFAULT_PORT);
@@ -35,12 +35,12 @@ bool IsSameSite(const CurlUrl& from, const CurlUrl& to)
 
 bool WebAddress::Set(const std::string& url)
 {
-    // libcurl makes a '+' of a space in a query, which not every server takes for one.
+    // libcurl would replace a space in a query by '+', which not every server reads as a space.
     wxString text = wxString::FromUTF8(url);
     text.Replace(" ", "%20");
     m_given = Parse(text.utf8_string(), CURLU_URLENCODE);
     m_url = Parse(GetPart(m_given, CURLUPART_URL));
-    // libcurl would list a directory.
+    // For an ftp directory, libcurl would return a list of its files.
     const std::string path = GetPart(m_url, CURLUPART_PATH);
     return m_url && !(IsFtp() && path.back() == '/');
 }

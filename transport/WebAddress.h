@@ -1,5 +1,5 @@
-// Where a transfer asks: the URL (RFC 3986) that it was given, later the one its answer came from.
-// An object belongs to one thread.
+// The URL (RFC 3986) that a transfer asks for: first the one it was given, later the one that the
+// answer came from. An object belongs to one thread.
 
 #pragma once
 
@@ -10,15 +10,20 @@
 class WebAddress
 {
 public:
-    // Takes a URL, as UTF-8, which may hold user:password@. Returns whether it is valid.
+    // Sets the URL, in UTF-8; it may contain user:password@. Returns false if it is not valid, or
+    // if it is an ftp directory.
     bool Set(const std::string& url);
 
-    // Goes to the URL that an answer came from, as libcurl tells it. The credentials that were
-    // given come along to the same host and port, and where the same host has asked for TLS.
+    // Moves to the URL that an answer came from, as libcurl reports it. The credentials of the
+    // first URL are kept for the same host and port, and if the same host has redirected from http
+    // to https on their default ports, unless the new URL has credentials of its own. If the new
+    // URL is not valid, this does nothing.
     void MoveTo(const char* url);
 
-    // The URL to ask for; and the one for the log, without credentials, empty when it is not valid.
+    // Returns the URL to ask for, with its credentials; empty if it is not valid.
     std::string GetUrl() const;
+
+    // Returns the same URL without credentials, for the log.
     std::string GetText() const;
 
     bool IsFtp() const { return GetUrl().compare(0, 4, "ftp:") == 0; }

@@ -38,7 +38,8 @@ void WebResource::Learn(CURL* easy)
         const CURLHcode found = curl_easy_header(easy, name, 0, CURLH_HEADER, -1, &header);
         return found == CURLHE_OK && header->amount == 1 ? header->value : std::string();
     };
-    // The resource may have changed twice within the second in which the answer was made.
+    // A date is strong only if it is older than the answer: the resource may have changed twice
+    // within the second in which the answer was made.
     const auto time = [](const std::string& text) { return curl_getdate(text.c_str(), nullptr); };
     const time_t modified = time(m_lastModified);
     const bool strongDate = m_entityTag.empty() && modified != -1 && time(only("Date")) > modified;
@@ -66,7 +67,7 @@ bool WebResource::Continues(CURL* easy, curl_off_t received)
     if (size >= 0 && size != last - first + 1)
         return false;
 
-    // A header that did not serve as validator may be left out of such an answer.
+    // Such an answer may omit a header that is not the validator.
     const std::string tag = GetWebHeader(easy, "ETag");
     const std::string modified = GetWebHeader(easy, "Last-Modified");
     const bool byTag = m_validator == m_entityTag;

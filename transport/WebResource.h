@@ -1,6 +1,6 @@
-// What is known of a resource from its first answer on: its length, and what tells it from another
-// one, so that the bytes of two are never joined (RFC 9110, sections 8.8, 13 and 14). An object
-// belongs to one thread.
+// What the first answer says about a resource: its length, and what distinguishes it from another
+// one, so that the bytes of two resources are never joined (RFC 9110, sections 8.8, 13 and 14). An
+// object belongs to one thread.
 
 #pragma once
 
@@ -8,31 +8,36 @@
 
 #include <string>
 
-// Returns the value of the last answer's header with this name, empty when there is none.
+// Returns the value of the header with this name in the last answer; empty if there is none.
 std::string GetWebHeader(CURL* easy, const char* name);
 
-// Returns whether the last answer says two things about its length, its place or what it is part
-// of; libcurl takes the last of several.
+// Returns whether the last answer has several different values for its length, range, coding,
+// validators or location. libcurl would use the last of them.
 bool IsContradiction(CURL* easy);
 
 class WebResource
 {
 public:
-    // Takes what the first answer says of the resource.
+    // Stores what the first answer says about the resource.
     void Learn(CURL* easy);
 
-    // What an If-Range header asks for: a strong entity tag, or a date when there is no tag and the
-    // date is strong; empty where the server gave neither or does not take byte ranges.
+    // Returns the value for an If-Range header: the entity tag if it is strong, or, if there is no
+    // tag, a strong date. Empty if the server gave neither or does not offer byte ranges.
     const std::string& GetValidator() const { return m_validator; }
+
+    // Returns whether the server can be asked for the rest of the resource.
     bool IsResumable() const { return !m_validator.empty(); }
 
-    // Returns whether the last answer, with status 206, goes on at the offset received, in bytes,
-    // and is of the same resource; takes from it how far it reaches.
+    // Returns whether the last answer, with status 206, is a part of the same resource that starts
+    // at the offset received, in bytes. If so, stores where the part ends, and the size of the
+    // whole if the answer gives it.
     bool Continues(CURL* easy, curl_off_t received);
 
-    // Bytes in the whole, and up to the end of the part under way; -1 when that is not known or the
-    // answer is no part.
+    // Returns the size of the whole resource in bytes; -1 if it is not known.
     curl_off_t GetSize() const { return m_size; }
+
+    // Returns where the last part ends, in bytes from the start of the resource; -1 if no part has
+    // been accepted yet.
     curl_off_t GetEnd() const { return m_end; }
 
 private:

@@ -15,28 +15,28 @@ using std::chrono::milliseconds;
 
 constexpr long MAX_REDIRECTS = 10;
 
-// How long it may take until a cancellation is seen.
+// How long it may take until a cancellation is noticed.
 constexpr milliseconds POLL_INTERVAL(50);
 
-// How long the next bytes of a fast line take at most.
+// On a fast line, the next bytes arrive within this time.
 constexpr milliseconds PACKET_TIME(2);
 
-// The pauses between the tries to go on grow from the first to the last; so many bytes make them
-// small again.
+// The pauses between attempts to go on grow from the first to the last. An attempt that brings this
+// many bytes makes them short again.
 constexpr milliseconds FIRST_PAUSE(250), LAST_PAUSE(8000);
 constexpr curl_off_t REAL_PROGRESS = 16 * 1024;
 
-// How often a resource is fetched from its start without getting further.
+// How often in a row a resource is fetched from its start without getting further.
 constexpr int MAX_TRIES_IN_VAIN = 3;
 
-// In bytes: what the reader asks for at a time, what is asked for from the network (libcurl's own
-// 16 KiB cost more calls), and what may wait for the reader before the server is held up.
+// In bytes: what the reader asks for at a time; what one call takes from the network (libcurl's
+// default of 16 KiB needs more calls); and what may wait for the reader before the transfer pauses.
 constexpr size_t BLOCK_SIZE = 4096;
 constexpr long RECEIVE_SIZE = 128 * 1024;
 constexpr size_t BUFFER_LIMIT = 128 * 1024;
 
-// After so many calls of libcurl's without any of the body, what comes is a flood. It is taken in
-// slowly, with a pause at each call.
+// If libcurl has called this often and none of the body has arrived, the input is a flood. From
+// then on it is read slowly, with a pause at each call.
 constexpr int CALLS_IN_VAIN = 1000;
 constexpr milliseconds FLOOD_PAUSE(10);
 
@@ -54,7 +54,7 @@ WebTransfer::WebTransfer(std::chrono::seconds timeout, std::function<bool()> can
 
 WebTransfer::~WebTransfer()
 {
-    // libcurl would take leave of an ftp server and wait for its answer.
+    // libcurl would send QUIT to an ftp server and wait for the answer.
     m_sockets.HangUp();
     StopRequest();
 }
@@ -65,7 +65,7 @@ bool WebTransfer::Open(const std::string& url)
         return Fail("not a valid address");
     const std::string asked = m_address.GetUrl();
     Verdict verdict = Ask();
-    // On the way from http to https libcurl lets go of the credentials.
+    // libcurl drops the credentials when a redirect leads from http to https; MoveTo() keeps them.
     if (GetStatus() == 401 && m_address.GetUrl() != asked)
         verdict = Ask();
     if (verdict != Verdict::Accept)
@@ -82,7 +82,7 @@ size_t WebTransfer::OnSysRead(void* buffer, size_t size)
     {
         if (m_stop)
             Fail(m_stop);
-        // An ftp server that has sent everything may still have something to say.
+        // An ftp server may have a reply to send after the last byte; it is not waited for.
         if (m_stop || m_received == m_resource.GetSize() ||
             (m_request->ended && (!IsCut() || !Resume())))
             m_lasterror = wxSTREAM_EOF;
@@ -106,7 +106,7 @@ bool WebTransfer::CanRead() const
     return self.Fill() >= BLOCK_SIZE || m_received == m_resource.GetSize();
 }
 
-// Takes in what has arrived; returns how many bytes can be read then.
+// Adds what has arrived to the buffer; returns how many bytes are in it.
 size_t WebTransfer::Fill()
 {
     m_buffer.erase(m_buffer.begin(),
@@ -126,7 +126,7 @@ bool WebTransfer::MayGoOn()
     return !m_stop;
 }
 
-// The same, asked by libcurl.
+// The same, for calls by libcurl. It slows down a flood.
 bool WebTransfer::MayTakeMore()
 {
     if (!MayGoOn())
@@ -136,7 +136,7 @@ bool WebTransfer::MayTakeMore()
     return !m_stop;
 }
 
-// Asks for a byte range, such as "100-", or for all.
+// Asks for a byte range, such as "100-", or for the whole resource if the range is empty.
 void WebTransfer::StartRequest(const std::string& range)
 {
     StopRequest();
@@ -154,7 +154,7 @@ void WebTransfer::StartRequest(const std::string& range)
     curl_easy_setopt(easy, CURLOPT_MAXREDIRS, MAX_REDIRECTS);
     curl_easy_setopt(easy, CURLOPT_USERAGENT, "Kestrel/" KESTREL_VERSION);
     curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, RECEIVE_SIZE);
-    // Without a quick exit the end of a cancelled transfer would wait for the resolver.
+    // Without QUICK_EXIT, a cancelled transfer would wait for the resolver.
     for (const CURLoption option :
          {CURLOPT_NOSIGNAL, CURLOPT_QUICK_EXIT, CURLOPT_VERBOSE, CURLOPT_SUPPRESS_CONNECT_HEADERS})
         curl_easy_setopt(easy, option, 1L);
@@ -173,7 +173,7 @@ void WebTransfer::StartRequest(const std::string& range)
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &WebTransfer::OnBody);
     curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &WebTransfer::OnProgress);
-    // Frames of HTTP/2 and records of TLS that carry nothing are shown to this function only.
+    // Only this function is called for empty frames of HTTP/2 and empty records of TLS.
     curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &WebTransfer::OnDebug);
     for (const CURLoption option :
          {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_XFERINFODATA, CURLOPT_DEBUGDATA})
@@ -190,7 +190,7 @@ void WebTransfer::StopRequest()
     curl_multi_remove_handle(m_multi.get(), m_request->easy.get());
 }
 
-// Sends a request and waits until the answer can be judged, or none will come.
+// Sends a request and waits until the answer can be judged or no answer will come.
 WebTransfer::Verdict WebTransfer::Ask(const std::string& range)
 {
     ++m_attempt;
@@ -203,7 +203,7 @@ WebTransfer::Verdict WebTransfer::Ask(const std::string& range)
     return Judge();
 }
 
-// Lets the request go on as far as it can without waiting.
+// Lets libcurl do what it can without waiting.
 void WebTransfer::Advance()
 {
     int running = 0, left = 0;
@@ -212,7 +212,7 @@ void WebTransfer::Advance()
     {
         m_request->ended = true;
         m_request->result = message->data.result;
-        // Only an ftp server may have sent nothing at all.
+        // An empty file over ftp has neither header nor body.
         if (m_request->result == CURLE_OK && m_address.IsFtp())
             m_request->answered = true;
     }
@@ -224,7 +224,7 @@ void WebTransfer::Wait(milliseconds time)
     MayGoOn();
 }
 
-// Judges the answer under way, if there is one, and remembers the verdict.
+// Judges the current answer, if there is one yet, and stores the verdict.
 WebTransfer::Verdict WebTransfer::Judge()
 {
     Verdict& verdict = m_request->verdict;
@@ -233,7 +233,7 @@ WebTransfer::Verdict WebTransfer::Judge()
 
     CURL* const easy = m_request->easy.get();
     const long status = GetStatus();
-    // An ftp server says 125 or 150 before the file and 226 or 250 after it.
+    // An ftp server replies with 125 or 150 before the file and with 226 or 250 after it.
     const bool whole = (status / 100 == 2 && status != 204 && status != 205 && status != 206) ||
                        status == 125 || status == 150;
     curl_off_t size = -1;
@@ -254,7 +254,8 @@ WebTransfer::Verdict WebTransfer::Judge()
     return verdict;
 }
 
-// Takes some of the body of the answer under way.
+// Adds some of the answer's body to the buffer, after comparing what was received before. Returns
+// false if the answer is not acceptable.
 bool WebTransfer::Take(const char* data, size_t size)
 {
     if (Judge() != Verdict::Accept)
@@ -275,7 +276,7 @@ bool WebTransfer::Take(const char* data, size_t size)
         data += part;
         size -= part;
     }
-    // A part that is longer than it says must not make the body longer than it is.
+    // A part that is longer than its Content-Range says must not make the body longer.
     if (const curl_off_t end = m_resource.GetEnd(); end >= 0)
         size = std::min(size, static_cast<size_t>(end - m_received));
     if (!m_resource.IsResumable())
@@ -287,16 +288,16 @@ bool WebTransfer::Take(const char* data, size_t size)
     return true;
 }
 
-// Whether the ended answer has left some of the body behind. Only the server knows which part is
-// the last one of an unknown whole.
+// Returns whether some of the body may be missing after the answer has ended. If the size is not
+// known, only the server knows whether a part was the last one.
 bool WebTransfer::IsCut() const
 {
     return m_request->verdict == Verdict::Accept &&
            (m_resource.GetSize() >= 0 || m_resource.GetEnd() >= 0 || m_request->result != CURLE_OK);
 }
 
-// Asks for the rest until it comes, or nothing more of the resource can be had; returns whether it
-// comes.
+// Asks for the rest until it comes or until it is certain that no more will come. Returns whether
+// it comes.
 bool WebTransfer::Resume()
 {
     m_triesInVain = m_received > m_reached ? 0 : m_triesInVain + 1;
@@ -340,7 +341,7 @@ std::string WebTransfer::GetReason() const
     return m_request->error[0] ? m_request->error : curl_easy_strerror(m_request->result);
 }
 
-// Tells the verbose log, and returns false.
+// Writes the reason to the verbose log. Always returns false.
 bool WebTransfer::Fail(const std::string& reason) const
 {
     wxLogVerbose("%s, attempt %d: %s", wxString::FromUTF8(m_address.GetText()), m_attempt,
@@ -354,11 +355,12 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
     Request& request = *transfer.m_request;
     if (!transfer.MayGoOn())
         return 0;
-    // Each redirect may take its time. An ftp server's replies have no bound.
+    // A header line counts as an arrival, because each redirect may take its time. The replies of
+    // an ftp server do not count, because their number has no limit.
     if (!transfer.m_opened && !transfer.m_address.IsFtp())
         transfer.m_lastArrival = Clock::now();
-    // An interim answer (1xx) is followed by another header, as is a redirect. The replies of an
-    // ftp server come here too.
+    // Another header follows an interim answer (1xx) or a redirect. The replies of an ftp server
+    // come here too.
     const bool lastLine = size <= 2 && (data[0] == '\r' || data[0] == '\n');
     const long status = transfer.GetStatus();
     if (!lastLine || status < 200 || transfer.m_address.IsFtp())
@@ -372,7 +374,7 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
     curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &url);
     if (std::strncmp(url, "https:", 6) == 0)
         curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "https");
-    // libcurl would follow every status from 300 to 399.
+    // libcurl would also follow other statuses from 300 to 399; this ends the request instead.
     return status / 100 == 3 && request.answered ? 0 : size;
 }
 

@@ -10,8 +10,8 @@
 
 wxIMPLEMENT_ABSTRACT_CLASS(wxWebProtocol, wxProtocol);
 
-// One class a scheme, because wxURL does not tell it; and none needs a host, because wxURL would
-// look it up itself, blocking and for IPv4 only.
+// Each scheme has a class, because wxURL does not tell a protocol its scheme. None of them needs a
+// host from wxURL, which would look it up itself, blocking and for IPv4 only.
 #define WEB_PROTOCOL(name, scheme, port)                                                           \
     class name : public wxWebProtocol                                                              \
     {                                                                                              \
@@ -27,8 +27,8 @@ WEB_PROTOCOL(wxWebHTTPProtocol, "http", "80")
 WEB_PROTOCOL(wxWebHTTPSProtocol, "https", "443")
 WEB_PROTOCOL(wxWebFTPProtocol, "ftp", "21")
 
-// wxURL takes HTTP_PROXY for a reason to speak its own http to that proxy, whatever the scheme. It
-// is put where libcurl finds it, behind the variables that libcurl itself knows.
+// If HTTP_PROXY is set, wxURL uses its own http with that proxy, whatever the scheme. So its value
+// moves to the variables that libcurl reads, unless these are set.
 static void AdoptProxy()
 {
     const char* const proxy = std::getenv("HTTP_PROXY");
@@ -40,8 +40,8 @@ static void AdoptProxy()
     unsetenv("HTTP_PROXY");
 }
 
-// libcurl lives from the toolkit's start to its end. Whoever uses it from a thread has a module of
-// their own that depends on this one and ends the thread first.
+// Initialises libcurl when the toolkit starts, and cleans up when it ends. Code that uses libcurl
+// on a thread needs a module of its own that depends on this one and ends the thread first.
 class wxWebModule : public wxModule
 {
 public:

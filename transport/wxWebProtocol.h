@@ -1,14 +1,14 @@
-// http, https and ftp for wxURL, on libcurl: the classes put themselves in front of the toolkit's
-// own when the program starts.
+// Provides http, https and ftp for wxURL, on libcurl. When the program starts, these classes
+// register themselves before the toolkit's own.
 //
-// wxURL hands a protocol only the path of an address, so whoever opens a URL hands over the rest:
+// wxURL gives a protocol only the path of an address, so the caller has to pass the whole address:
 //
 //     wxURL url(address);
 //     if (wxWebProtocol* const web = dynamic_cast<wxWebProtocol*>(&url.GetProtocol()))
 //         web->SetRequest(address, cancelled);
 //     const std::unique_ptr<wxInputStream> stream(url.GetInputStream());
 //
-// An object and its stream belong to one thread, which may be any.
+// An object and its stream belong to one thread; this can be any thread.
 
 #pragma once
 
@@ -19,16 +19,18 @@
 class wxWebProtocol : public wxProtocol
 {
 public:
-    // Sets what GetInputStream() will fetch, and when it is to give up. To be called before.
+    // Sets what GetInputStream() will fetch. Call it first.
     //
     // address    the whole URL
-    // cancelled  asked at least every 50 milliseconds, on the thread that opens and reads the
-    //            stream, and for as long as the stream lives; once it returns true, the call under
-    //            way ends
+    // cancelled  called at least every 50 milliseconds while a call to GetInputStream() or to its
+    // stream
+    //            lasts, on the same thread; once it returns true, that call ends. It must stay
+    //            valid as long as the stream exists
     void SetRequest(const wxString& address, std::function<bool()> cancelled);
 
-    // Returns a stream of the body of a successful answer, to be deleted by the caller, or null.
-    // SetTimeout() bounds opening it, and then every silence. See WebTransfer for the rest.
+    // Returns a stream of the body if the answer is a success, otherwise null. The caller deletes
+    // the stream. SetTimeout() sets how long nothing may arrive. WebTransfer has the rest of the
+    // contract.
     wxInputStream* GetInputStream(const wxString& path) override;
 
     // Unused; required by wxProtocol.
