@@ -1,8 +1,8 @@
-// The report by which a download thread speaks to the window that started it.
+// A report from a download thread to the window that started it.
 //
-// An event is filled on the download thread and posted with wxEvtHandler::AddPendingEvent(), which
-// queues a copy made by Clone(); the receiver's handler sees that copy on the main thread. A copy
-// shares no storage with its original, so no event is ever touched by two threads.
+// The download thread fills an event and posts it with wxEvtHandler::AddPendingEvent(), which
+// queues a copy made by Clone(). The receiver's handler gets that copy on the main thread. A copy
+// shares no texts with its original, so two threads never use the same event.
 
 #pragma once
 
@@ -10,9 +10,12 @@
 
 #include <memory>
 
-constexpr int wxDOWNLOAD_NONE = -2;      // a new event; never posted
-constexpr int wxDOWNLOAD_FAIL = -1;      // the download failed; nothing follows
-constexpr int wxDOWNLOAD_COMPLETE = 1;   // the transfer has ended, the local file is closed
+// The kinds of events. A failure means that the URL could not be opened, or that the local file
+// could not be created or written; then progress reports may have come before. A transfer that ends
+// early, for whatever other reason, is complete with fewer bytes than GetFileSize().
+constexpr int wxDOWNLOAD_NONE = -2;    // a new event; never posted
+constexpr int wxDOWNLOAD_FAIL = -1;    // the download has failed; the last event
+constexpr int wxDOWNLOAD_COMPLETE = 1; // the transfer has ended, the file is closed; the last event
 constexpr int wxDOWNLOAD_INPROGRESS = 2; // a progress report during the transfer
 
 class wxDownloadEvent : public wxNotifyEvent
@@ -24,33 +27,33 @@ public:
     // Returns a new copy, owned by the caller.
     wxEvent* Clone() const override { return new wxDownloadEvent(*this); }
 
-    // One of the wxDOWNLOAD_ constants; a receiver ignores any other value.
+    // One of the wxDOWNLOAD_ constants; receivers ignore any other value.
     int GetDownloadStatus() const { return m_downloadStatus; }
     void SetDownloadStatus(int status) { m_downloadStatus = status; }
 
-    // The URL being fetched.
+    // The URL that is fetched.
     wxString GetURL() const { return m_url; }
     void SetURL(const wxString& url) { m_url = url.Clone(); }
 
-    // The local path being written.
+    // The path of the local file.
     wxString GetDownloadedFile() const { return m_downloadedFile; }
     void SetDownloadedFile(const wxString& path) { m_downloadedFile = path.Clone(); }
 
-    // Bytes received so far; 0 in a failure report.
+    // Bytes written to the local file so far; 0 in a failure report.
     wxLongLong_t GetDownloadedBytes() const { return m_downloadedBytes; }
     void SetDownloadedBytes(wxLongLong_t bytes) { m_downloadedBytes = bytes; }
 
-    // Bytes in the whole resource; 0 when that is not known, and in a failure report.
+    // Size of the whole resource in bytes; 0 if it is not known, and in a failure report.
     wxLongLong_t GetFileSize() const { return m_fileSize; }
     void SetFileSize(wxLongLong_t bytes) { m_fileSize = bytes; }
 
-    // In a failure report, the errno(3) of what kept the local file from being created or written;
-    // 0 when the URL could not be opened.
+    // In a failure report: why the local file could not be created or written, as errno(3); 0 if
+    // the URL could not be opened. Otherwise 0.
     int GetFileError() const { return m_fileError; }
     void SetFileError(int error) { m_fileError = error; }
 
-    // How many copies of this event, and copies of those, there are; posted reports that were not
-    // handled yet, for the thread that posts them. An estimate while another thread deletes some.
+    // Returns how many other copies of this event exist. For the thread that posts them, these are
+    // the reports that were not handled yet. An estimate while another thread deletes some.
     long GetCopyCount() const { return m_copies.use_count() - 1; }
 
 private:

@@ -30,38 +30,39 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-// How long connecting, or one read, may go without an answer.
+// How long connecting, or one read, may take without an answer.
 constexpr wxUint32 TIMEOUT_SECONDS = 100;
 
-// What is read and written at a time, in bytes; a progress interval is best a multiple of it.
+// Bytes that are read and written at a time. A progress interval should be a multiple of it.
 constexpr size_t BLOCK_SIZE = 4096;
 
 // How many progress reports may wait to be handled.
 constexpr size_t QUEUE_LIMIT = 256;
 
-// How long a progress report may be held; the window draws no more often.
+// How long a progress report may be held back; the window does not draw more often.
 constexpr std::chrono::milliseconds FRAME_TIME(16);
 
-// How long the process's end waits for threads that have been told to stop. Closing the window
-// takes effect within a second, also when a thread sits in a read that cannot be interrupted.
+// How long the end of the process waits for threads that have been told to stop. With this, closing
+// the window takes effect within a second even if a read cannot be interrupted.
 constexpr std::chrono::milliseconds EXIT_WAIT(500);
 
-// What the main thread and the download threads share. One lock serves all downloads: it is held
-// only for a post, a log message or a change of a list, and unlike a lock inside the object it
+// What the main thread and the download threads share. One lock serves all downloads. It is held
+// only for a post, a log message or a change of the list. Unlike a lock inside the object, it
 // outlives every thread that waits for it.
 struct HandOff
 {
     wxMutex lock;
     wxCondition letGo{lock};
     std::atomic<bool> ending{false}; // the main loop has ended
-    std::atomic<int> downloads{0};   // objects there are
-    std::vector<pid_t> threads;      // that run a download, by their kernel ids
+    std::atomic<int> downloads{0};   // the number of objects
+    std::vector<pid_t> threads;      // the kernel ids of the threads that run a download
 };
 
 HandOff& handOff = *new HandOff; // never destroyed
 
-// Forgets the threads that are gone; returns whether all are. A detached thread cannot be joined,
-// and the toolkit's code still runs in it when its object has been deleted: only the kernel knows.
+// Removes ended threads from the list; returns whether all have ended. A detached thread cannot be
+// joined, and it still runs the toolkit's code after its object has been deleted. So only the
+// kernel knows whether it has ended.
 bool HaveThreadsEnded()
 {
     const auto hasEnded = [](pid_t thread)
@@ -72,7 +73,7 @@ bool HaveThreadsEnded()
     return threads.empty() && handOff.downloads == 0;
 }
 
-// Returns the URL with its scheme in lower case, the only one in which wxURL finds it.
+// Returns the URL with its scheme in lower case, because wxURL finds no other.
 wxString WithPlainScheme(const wxString& url)
 {
     const size_t end = url.find(':');
@@ -81,9 +82,10 @@ wxString WithPlainScheme(const wxString& url)
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
-// Opens the file for writing, or creates it; errno tells why not. What it holds stays. Where others
-// can write too, one of them may have put there something else while the server was asked: there
-// only a file of the user's own, with one name, is taken.
+// Opens the file for writing, or creates it; does not truncate it. On failure returns null and sets
+// errno. In a folder where others can write, one of them may have put something else there since
+// the path was chosen, so only a regular file of the user's own with no other hard link is
+// accepted.
 File OpenFile(const wxString& path)
 {
     struct stat found;
@@ -91,7 +93,7 @@ File OpenFile(const wxString& path)
     const bool shared = stat(folder.empty() ? "." : folder.fn_str().data(), &found) == 0 &&
                         ((found.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
                          (found.st_uid != geteuid() && found.st_uid != 0));
-    // A pipe that nobody reads is no reason to wait.
+    // Without O_NONBLOCK, a pipe that nobody reads would block.
     constexpr int FLAGS = O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     const int descriptor = open(path.fn_str(), FLAGS | (shared ? O_NOFOLLOW : 0), 0666);
     File file(descriptor < 0 ? nullptr : fdopen(descriptor, "w"), &std::fclose);
@@ -107,9 +109,9 @@ File OpenFile(const wxString& path)
 
 } // namespace
 
-// While it lives, hands what the toolkit logs on the download thread to the main thread's log as
-// long as the receiver is set. The toolkit's own way from a thread to that log goes through the
-// application object, which a cancelled thread may outlive.
+// While an object of this class exists, what the toolkit logs on the download thread goes to the
+// main thread's log, until CancelDownload() is called. The toolkit's own way from a thread to that
+// log uses the application object, and a cancelled thread may outlive that.
 class wxDownloadLog : public wxLog
 {
 public:
@@ -126,7 +128,7 @@ protected:
         const wxMutexLocker locker(handOff.lock);
         if (!m_download.GetReceiver())
             return;
-        // The text has the system's error in it by now; the new record must not add it again.
+        // The text already contains the system's error; the new record must not add it again.
         const wxLogRecordInfo plain(info.filename, info.line, info.func, info.component);
         wxLog::SetThreadActiveTarget(nullptr);
         wxLog::OnLog(level, msg, plain);
@@ -137,13 +139,13 @@ private:
     const wxDownloadFile& m_download;
 };
 
-// Takes leave of the threads that are still there when the main loop has ended.
+// Ends the threads that still run when the main loop has ended.
 class wxDownloadModule : public wxModule
 {
 public:
     wxDownloadModule()
     {
-        // Modules are taken down before those they depend on.
+        // A module's OnExit() is called before those of the modules that it depends on.
         for (const char* used : {"wxThreadModule", "wxSocketModule", "wxURLModule",
                                  "wxTranslationsModule", "wxWebModule"})
             AddDependency(used);
@@ -161,7 +163,7 @@ public:
         const auto end = Clock::now() + EXIT_WAIT;
         while (!HaveThreadsEnded())
         {
-            // Nothing is left to do but to free memory, which would pull it from under the thread.
+            // Only freeing memory remains, and the thread still uses it.
             if (Clock::now() > end)
                 std::_Exit(EXIT_SUCCESS);
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -185,7 +187,7 @@ wxDownloadFile::wxDownloadFile(wxWindow* parent, wxString url, wxString localFil
     , m_notifyBytes(notifyBytes)
 {
     ++handOff.downloads;
-    // Makes sure that there is a log: without one, what a thread logs is dropped.
+    // This creates the log if there is none; otherwise messages from a thread would be dropped.
     wxLog::GetActiveTarget();
 
     if (Create() != wxTHREAD_NO_ERROR)
@@ -208,7 +210,7 @@ void wxDownloadFile::CancelDownload()
 {
     if (!m_started)
     {
-        // Without a thread there is nobody else to delete the object.
+        // No thread runs that would delete the object.
         delete this;
         return;
     }
@@ -251,7 +253,8 @@ wxThread::ExitCode wxDownloadFile::Entry()
     return nullptr;
 }
 
-// Does everything but the failure report; returns whether it has posted the completion report.
+// Does the whole download. Returns true after it has posted the completion report; otherwise the
+// caller has to post the failure report.
 bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
 {
     if (url.GetError() != wxURL_NOERR)
@@ -277,16 +280,16 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
     return true;
 }
 
-// Writes the stream to the local file, with progress reports; the event has the bytes written then.
-// Returns why that failed, as errno(3), or 0.
+// Writes the stream to the local file and posts progress reports. Stores the number of bytes
+// written in the event. Returns 0, or why it failed, as errno(3).
 int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
 {
     File file = OpenFile(m_localFile);
-    // Once the owner has let go, the path may be somebody else's. EINVAL: it is no regular file.
+    // After CancelDownload() the path may belong to another run. EINVAL: not a regular file.
     if (!file || (IsWanted() && ftruncate(fileno(file.get()), 0) != 0 && errno != EINVAL))
         return errno;
 
-    // Every post wakes the main thread: reports are held while there is more to read at once.
+    // Each post wakes the main thread, so reports are held back while more can be read at once.
     std::vector<wxLongLong_t> held;
     Clock::time_point posted;
     const auto postHeld = [&]
@@ -295,8 +298,8 @@ int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
             Post(event, wxDOWNLOAD_INPROGRESS, bytes);
         held.clear();
         posted = Clock::now();
-        // A line faster than the receiver would pile up reports without end, and the main loop,
-        // which delivers pending events until there are none, would see no more of the user.
+        // On a line that is faster than the receiver, reports would pile up without end. The main
+        // loop handles all pending events first, so it would no longer react to the user.
         const bool tooMany = event.GetCopyCount() >= static_cast<long>(QUEUE_LIMIT);
         while (tooMany && IsWanted() && event.GetCopyCount() > 0)
             wxMilliSleep(1);

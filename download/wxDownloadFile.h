@@ -1,21 +1,19 @@
 // A detached thread that copies one URL into one local file and reports to one window.
 //
-// Reports are wxDownloadEvents, posted to the receiver's event handler in this order: any number of
-// wxDOWNLOAD_INPROGRESS, then exactly one wxDOWNLOAD_COMPLETE or wxDOWNLOAD_FAIL. Progress reports
-// are held while more can be read at once, for 16 ms at most. When more of them wait than the
-// receiver gets done, the transfer pauses until they are handled.
+// Reports. The thread posts wxDownloadEvents to the receiver's event handler in this order: any
+// number of wxDOWNLOAD_INPROGRESS, then exactly one wxDOWNLOAD_COMPLETE or wxDOWNLOAD_FAIL. It
+// holds back progress reports for at most 16 ms while more can be read at once. If the receiver
+// does not keep up, the transfer pauses until the waiting reports have been handled.
 //
-// The hand-off. The object is made with new and belongs to itself; its owner keeps a plain pointer
-// and calls CancelDownload() exactly once, either to stop the download or, when the last report has
-// arrived, to let go of it. Until then the object stays alive, waiting after its last report if
-// need be, so the pointer is good whenever the owner holds it. Afterwards the pointer must not be
-// used any more, and nothing more is sent to the receiver, neither an event nor a log message:
-// posting and cancelling exclude each other. What is in the receiver's queue by then is its own to
-// ignore.
+// Ownership. The object is created with new and deletes itself. Its owner keeps a plain pointer and
+// calls CancelDownload() exactly once: to stop the download, or after the last report has arrived.
+// Until then the object stays alive, so the pointer is valid. Afterwards the pointer must not be
+// used, and the thread posts no event and no log message any more. Events that are in the
+// receiver's queue at that moment still arrive; the receiver has to ignore them.
 //
-// The end of the process. A thread that is still in a transfer when the main loop has ended is told
-// to stop, and is waited for, before any of the toolkit's modules it uses is taken down; one that
-// its transport does not let go within half a second ends with the process there and then.
+// The end of the process. When the main loop has ended, a thread that is still in a transfer is
+// told to stop. The process waits for it before it takes down any of the toolkit's modules that the
+// thread uses. If the thread does not stop within half a second, the process ends at once.
 
 #pragma once
 
@@ -32,29 +30,35 @@ class wxWindow;
 class wxDownloadFile : public wxThread
 {
 public:
-    // Creates and starts the thread. Call on the main thread, after wxSocketBase::Initialize().
+    // Creates and starts the thread. Call it on the main thread, after wxSocketBase::Initialize().
+    // It opens no box.
     //
     // parent       the receiver; not null, not owned, alive until CancelDownload() has been called
-    // url          what to fetch, any URL that wxURL can open
-    // localFile    where to write; an existing file is overwritten once the URL has been opened
+    // url          the URL to fetch; any that wxURL can open
+    // localFile    the path to write to. An existing file is overwritten once the URL has been
+    // opened. In
+    //              a folder where others can write, it must be a regular file of the user's own
+    //              with no other hard link; otherwise the download fails with EPERM or ELOOP
     // notify       whether progress reports are posted
-    // notifyBytes  the progress interval: a report comes each time the bytes received are a whole
-    //              multiple of it; with an interval that is not positive none comes
-    // limit        how many bytes are wanted at most, -1 for all. A transfer that goes beyond ends
-    //              as at the end of the data, with at most a block of 4096 bytes more
+    // notifyBytes  the progress interval: after each block of 4096 bytes, a report is posted if the
+    // number
+    //              of bytes received is a multiple of it. No report if the interval is not positive
+    // limit        the largest number of bytes that is wanted, or -1 for no limit. A transfer that
+    // goes
+    //              beyond it is complete there, with at most 4096 bytes more
     //
-    // When the thread cannot be created or started, the reason goes to the toolkit's error log and
-    // no report will ever come; CancelDownload() is owed all the same.
+    // If the thread cannot be created or started, the toolkit's error log says why, and no report
+    // comes; CancelDownload() must be called all the same.
     wxDownloadFile(wxWindow* parent, wxString url, wxString localFile, bool notify,
                    wxLongLong_t notifyBytes, wxLongLong_t limit = -1);
 
-    // Stops the download and lets go of the object. Call on the main thread. Returns at once,
-    // without waiting for the transfer: the thread sees the stop after the read under way, closes
-    // the local file, which keeps the blocks written so far, and deletes itself.
+    // Stops the download and gives up the object. Call it on the main thread. Returns at once,
+    // without waiting for the transfer. When the current read has ended, the thread closes the
+    // local file, which keeps what has been written, and deletes the object.
     void CancelDownload();
 
-    // The size that the input stream reported, in bytes: 0 before the URL has been opened, -1 when
-    // the size is not known. May be called on any thread.
+    // Returns the size of the resource in bytes: 0 before the URL has been opened, -1 if the size
+    // is not known. May be called on any thread.
     wxLongLong_t GetFileSize() const { return m_fileSize; }
 
     // Changes the progress settings from the next block on. May be called on any thread.
@@ -75,13 +79,13 @@ private:
     friend class wxDownloadLog;
     friend class wxDownloadModule;
 
-    wxWindow* GetReceiver() const; // null when nothing more is to be posted
+    wxWindow* GetReceiver() const; // null if nothing more must be posted
     bool IsWanted() { return GetReceiver() && m_running && !TestDestroy(); }
     bool Transfer(wxURL& url, wxDownloadEvent& event);
     int Save(wxInputStream& stream, wxDownloadEvent& event);
     void Post(wxDownloadEvent& event, int status, wxLongLong_t downloadedBytes);
 
-    std::atomic<wxWindow*> m_parent; // null once the owner has let go
+    std::atomic<wxWindow*> m_parent; // null after CancelDownload()
     const wxString m_url;
     const wxString m_localFile;
     const wxLongLong_t m_limit;
