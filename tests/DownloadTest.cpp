@@ -223,7 +223,9 @@ TEST_F(DownloadTest, ReportsNeitherPileUpNorWaitForTheNetwork)
     m_server.Serve("/large", std::string(32 << 20, 'x'));
     Receiver receiver;
     wxDownloadFile* download = new wxDownloadFile(&receiver, m_server.Url("/large"), Path("file"), true, 16384);
-    wxMilliSleep(500);
+    for (const auto end = Clock::now() + std::chrono::seconds(20); receiver.m_posted < 256 && Clock::now() < end;)
+        wxMilliSleep(100);
+    wxMilliSleep(300);
     EXPECT_GT(receiver.m_posted, 255);
     EXPECT_LT(receiver.m_posted, 600);
     EXPECT_TRUE(Pump([&] { return receiver.m_ended; }));

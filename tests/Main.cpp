@@ -20,6 +20,8 @@ public:
                            { wxMessageOutputStderr().Printf("%s(%d): %s", file, line, what); });
         // A test's window is not the program's last one.
         SetExitOnFrameDelete(false);
+        // The toolkit makes some of its locks when they are first used, which no two threads should do.
+        wxLogVerbose("starting");
         return wxSocketBase::Initialize();
     }
 
