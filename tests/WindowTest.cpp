@@ -279,6 +279,8 @@ TEST_F(WindowTest, FileInformationIsReadOrFoundUnknown)
         {"binary", Bytes(5000), "A", UNKNOWN}};
     for (const auto& [what, text, section, seen] : cases)
         EXPECT_EQ(Check(text, section), seen) << what;
+    m_server.Serve("/cut.txt", plain + plain, Body::Cut);
+    EXPECT_EQ(Run(m_server.Url("/cut.txt"), "A", "1.0", wxID_NO), UNKNOWN) << "a text of which half arrives";
     m_server.Serve("/endless.txt", plain + "***;", Body::NoLength);
     EXPECT_EQ(Run(m_server.Url("/endless.txt"), "A", "1"), UNKNOWN);
     for (const std::string& section : {std::string("/"), std::string(".."), std::string("../X"), std::string("\t"),

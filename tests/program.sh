@@ -104,7 +104,8 @@ LC_ALL=C HOME=$work/ö TMPDIR=$work/ö start "$https/ä.txt" bash -c 'exec "$@" 
 wait_for "New Version Available"
 [[ $(readlink "/proc/$program/fd/2") == /dev/null ]] || fail "descriptor 2 is free for anything"
 save "closed descriptors" "$work/ö"
-told "File Not Saved" "a limit on files" "$https/ä.txt" bash -c 'ulimit -f 0; exec "$@" 2>/dev/null' _ "$build/kestrel"
+# The thread sanitizer writes a file of its own before the program begins.
+grep -q --text __tsan_init "$build/kestrel" || told "File Not Saved" "a limit on files" "$https/ä.txt" bash -c 'ulimit -f 0; exec "$@" 2>/dev/null' _ "$build/kestrel"
 
 echo "Closed while a box is open it ends with status 0"
 while IFS='|' read -r -a boxes; do

@@ -260,7 +260,13 @@ bool WebTransfer::Take(const char* data, size_t size)
 {
     if (Judge() != Verdict::Accept)
         return false;
-    m_lastArrival = Clock::now();
+    // What is only compared ends no silence; but while it flows, there is none.
+    const auto now = Clock::now();
+    if (m_request->known > 0)
+        m_lastArrival += std::min<Clock::duration>(now - m_lastTaken, std::chrono::seconds(1));
+    else
+        m_lastArrival = now;
+    m_lastTaken = now;
 
     curl_off_t& known = m_request->known;
     if (known > 0)
@@ -293,7 +299,8 @@ bool WebTransfer::Take(const char* data, size_t size)
 bool WebTransfer::IsCut() const
 {
     return m_request->verdict == Verdict::Accept &&
-           (m_resource.GetSize() >= 0 || m_resource.GetEnd() >= 0 || m_request->result != CURLE_OK);
+           (m_resource.GetSize() >= 0 || m_resource.GetEnd() >= 0 || m_request->known > 0 ||
+            m_request->result != CURLE_OK);
 }
 
 // Asks for the rest until it comes or until it is certain that no more will come. Returns whether
@@ -382,6 +389,8 @@ size_t WebTransfer::OnBody(char* data, size_t, size_t size, void* self)
 {
     WebTransfer& transfer = *static_cast<WebTransfer*>(self);
     transfer.m_request->answered = true;
-    transfer.m_request->callsInVain = 0;
+    // A flood is no less one for a few bytes in it.
+    int& calls = transfer.m_request->callsInVain;
+    calls -= std::min(calls, static_cast<int>(size / 16));
     return transfer.MayGoOn() && transfer.Take(data, size) ? size : 0;
 }

@@ -103,6 +103,7 @@ private:
     const std::chrono::seconds m_timeout;
     const std::function<bool()> m_cancelled;
     Clock::time_point m_lastArrival = Clock::now(); // of a header line or of the resource
+    Clock::time_point m_lastTaken;                  // of any bytes of the body
     const char* m_stop = nullptr;                   // why the transfer must end, or null
 
     CurlSockets m_sockets;

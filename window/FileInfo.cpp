@@ -11,6 +11,9 @@ namespace
 // No honest text nests its sections deeper. wxFileConfig reads nested sections by recursion.
 constexpr int DEPTH_LIMIT = 100;
 
+// The reader complains of each malformed line, which takes longer than to read one that is well.
+constexpr size_t LINE_LIMIT = 65536;
+
 // No honest value has more variables. The time to expand them grows with the square of their
 // number.
 constexpr int VARIABLE_LIMIT = 64;
@@ -21,6 +24,8 @@ bool IsHarmless(const wxString& path)
         return false;
     wxTextFile text;
     if (!text.Open(path, wxConvAuto()))
+        return false;
+    if (text.GetLineCount() > LINE_LIMIT)
         return false;
     for (size_t line = 0; line < text.GetLineCount(); ++line)
         if (text[line].Freq('/') > DEPTH_LIMIT)

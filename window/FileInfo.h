@@ -22,8 +22,8 @@ public:
     static constexpr size_t VALUE_LIMIT = 4096;
 
     // Reads the whole text at path; the file is not needed afterwards. A text that is missing,
-    // unreadable or too long, or has a line with more than 100 '/', counts as empty. The section is
-    // a path from the root, so a '/' in it names a nested section.
+    // unreadable or too long, or has a line with more than 100 '/', or more than 65536 lines,
+    // counts as empty. The section is a path from the root, so a '/' in it names a nested section.
     FileInfo(const wxString& path, const wxString& section);
 
     // Reads a value of the section, with environment variables ("$NAME") expanded. Returns false,

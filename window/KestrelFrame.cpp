@@ -321,7 +321,12 @@ void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
         ShowProgress(event);
         LetGoOfDownload();
         if (event.GetDownloadedFile() == m_fileInfoPath)
+        {
+            // A text that was cut may end in the middle of a version: it is not read.
+            if (event.GetDownloadedBytes() < event.GetFileSize())
+                m_place.Release();
             ProcessFileInfo();
+        }
         else
         {
             WarnIfCut(event);
