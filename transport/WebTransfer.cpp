@@ -36,8 +36,9 @@ constexpr long RECEIVE_SIZE = 128 * 1024;
 constexpr size_t BUFFER_LIMIT = 128 * 1024;
 
 // If libcurl has called this often and none of the body has arrived, the input is a flood. From
-// then on it is read slowly, with a pause at each call.
-constexpr int CALLS_IN_VAIN = 1000;
+// then on it is read slowly, with a pause at each call. The page with which a proxy refuses takes a
+// call for each byte.
+constexpr int CALLS_IN_VAIN = 65536;
 constexpr milliseconds FLOOD_PAUSE(10);
 
 } // namespace
@@ -127,11 +128,11 @@ bool WebTransfer::MayGoOn()
 }
 
 // The same, for calls by libcurl. It slows down a flood.
-bool WebTransfer::MayTakeMore()
+bool WebTransfer::MayTakeMore(int calls)
 {
     if (!MayGoOn())
         m_sockets.HangUp();
-    else if (++m_request->callsInVain > CALLS_IN_VAIN)
+    else if ((m_request->callsInVain += calls) > CALLS_IN_VAIN)
         std::this_thread::sleep_for(FLOOD_PAUSE);
     return !m_stop;
 }

@@ -30,11 +30,9 @@ class WebTransfer : public wxInputStream
 {
 public:
     // timeout    how long nothing may arrive: at first nothing of an answer's header (over ftp, of
-    // the
-    //            file), afterwards nothing of the resource
+    //            the file), afterwards nothing of the resource
     // cancelled  called at least every 50 milliseconds during each operation, on the same thread;
-    // once
-    //            it returns true, the operation ends as if nothing had arrived for too long
+    //            once it returns true, the operation ends as if nothing had arrived for too long
     WebTransfer(std::chrono::seconds timeout, std::function<bool()> cancelled);
     ~WebTransfer() override;
 
@@ -71,7 +69,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     bool MayGoOn();
-    bool MayTakeMore();
+    bool MayTakeMore(int calls = 1);
     void StartRequest(const std::string& range);
     void StopRequest();
     Verdict Ask(const std::string& range = std::string());
@@ -96,7 +94,7 @@ private:
     {
         // libcurl itself limits the size of headers.
         if (type != CURLINFO_HEADER_IN)
-            static_cast<WebTransfer*>(self)->MayTakeMore();
+            static_cast<WebTransfer*>(self)->MayTakeMore(64); // for a piece, not for a byte
         return 0;
     }
 
