@@ -8,6 +8,19 @@
 #include <cstdlib>
 #include <memory>
 
+// If HTTP_PROXY is set, wxURL uses its own http with that proxy, whatever the scheme. So its value
+// moves to the variables that libcurl reads, unless these are set.
+static void AdoptProxy()
+{
+    const char* const proxy = std::getenv("HTTP_PROXY");
+    if (!proxy)
+        return;
+    setenv("http_proxy", proxy, 0);
+    if (!std::getenv("HTTPS_PROXY") && !std::getenv("all_proxy") && !std::getenv("ALL_PROXY"))
+        setenv("https_proxy", proxy, 0);
+    unsetenv("HTTP_PROXY");
+}
+
 wxIMPLEMENT_ABSTRACT_CLASS(wxWebProtocol, wxProtocol);
 
 // Each scheme has a class, because wxURL does not tell a protocol its scheme. None of them needs a
@@ -26,19 +39,6 @@ wxIMPLEMENT_ABSTRACT_CLASS(wxWebProtocol, wxProtocol);
 WEB_PROTOCOL(wxWebHTTPProtocol, "http", "80")
 WEB_PROTOCOL(wxWebHTTPSProtocol, "https", "443")
 WEB_PROTOCOL(wxWebFTPProtocol, "ftp", "21")
-
-// If HTTP_PROXY is set, wxURL uses its own http with that proxy, whatever the scheme. So its value
-// moves to the variables that libcurl reads, unless these are set.
-static void AdoptProxy()
-{
-    const char* const proxy = std::getenv("HTTP_PROXY");
-    if (!proxy)
-        return;
-    setenv("http_proxy", proxy, 0);
-    if (!std::getenv("HTTPS_PROXY") && !std::getenv("all_proxy") && !std::getenv("ALL_PROXY"))
-        setenv("https_proxy", proxy, 0);
-    unsetenv("HTTP_PROXY");
-}
 
 // Initialises libcurl when the toolkit starts, and cleans up when it ends. Code that uses libcurl
 // on a thread needs a module of its own that depends on this one and ends the thread first.
