@@ -15,6 +15,7 @@
 
 #include <array>
 #include <random>
+#include <utility>
 
 #include <fcntl.h>
 #include <glob.h>
@@ -473,7 +474,7 @@ TEST_F(WindowTest, EachRunReadsAFileOfItsOwnMaking)
             umask(022);
             former << planted << std::flush;
             former.close();
-            close(lock);
+            close(std::exchange(lock, -1));
             struct stat found = {};
             lstat(path.c_str(), &found);
             EXPECT_EQ(Read(target), planted) << c.what;
