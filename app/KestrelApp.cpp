@@ -173,10 +173,10 @@ bool KestrelApp::OnInit()
     // Finding the icon takes some time, in which the request is under way. GTK uses a default for
     // windows to come, the dialogs. Newer themes have no application's icon for updates, only that
     // of a notice.
-    const char* icon = nullptr;
-    for (const char* const name : {"system-software-update", "software-update-available",
-                                   "software-update-available-symbolic"})
-        if (!icon && gtk_icon_theme_has_icon(gtk_icon_theme_get_default(), name))
+    const char* icon = "system-software-update";
+    for (const char* const name :
+         {"software-update-available-symbolic", "software-update-available", icon})
+        if (gtk_icon_theme_has_icon(gtk_icon_theme_get_default(), name))
             icon = name;
     gtk_window_set_icon_name(GTK_WINDOW(frame->GetHandle()), icon);
     gtk_window_set_default_icon_name(icon);
