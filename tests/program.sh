@@ -49,25 +49,20 @@ ended "without a display" 255
 [[ -s $work/stderr ]] || fail "nothing said without a display"
 
 export SSL_CERT_FILE=$work/web.pem
-head -c 3000000 /dev/urandom >"$work/web/setup.bin"
-head -c 100000 /dev/zero >"$work/web/zero"
+head -c 200000 /dev/urandom >"$work/web/setup.bin"
 printf '[Ärger]\nVersion=2\nLink=%s/setup.bin\n' "$https/=$https" >"$work/web/ä.txt"
-echo "[B]" >"$work/web/other.txt"
 
-echo "Any catalogue will do, and the window looks as its desktop wants it"
+echo "It speaks the language of its user, and its window is as the desktop wants it"
 cp -r "$build/kestrel" "$build/locale" "$HOME"
 ln -s "$HOME/kestrel" "$work/linked"
-for title in "Neue Version verfügbar" "New Version Available"; do
-    start "$https/ä.txt" env LC_ALL=de_DE.UTF-8 "$work/linked"
-    wait_for "$title"
-    shown=$(xprop -name Kestrel WM_CLASS _MOTIF_WM_HINTS _NET_WM_STATE)
-    [[ $shown == *'"kestrel", '*' = 0x3, 0x26, 0x1e, 0x0, 0x0'* && $shown != *ABOVE* ]] || fail "$shown"
-    # A window without an icon of its own has the window manager's.
-    [[ $(xprop -name Kestrel _NET_WM_ICON) == "$(xprop -id "$window" _NET_WM_ICON)" ]] || fail "another icon"
-    kill "$program"
-    wait "$program" 2>/dev/null || true
-    truncate --size 900 "$HOME/locale/de/LC_MESSAGES/kestrel.mo"
-done
+start "$https/ä.txt" env LC_ALL=de_DE.UTF-8 "$work/linked"
+wait_for "Neue Version verfügbar"
+shown=$(xprop -name Kestrel WM_CLASS _MOTIF_WM_HINTS _NET_WM_STATE)
+[[ $shown == *'"kestrel", '*' = 0x3, 0x26, 0x1e, 0x0, 0x0'* && $shown != *ABOVE* ]] || fail "$shown"
+# A window without an icon of its own has the window manager's.
+[[ $(xprop -name Kestrel _NET_WM_ICON) == "$(xprop -id "$window" _NET_WM_ICON)" ]] || fail "another icon"
+kill "$program"
+wait "$program" 2>/dev/null || true
 
 echo "The whole way, over redirects to https and back, with neither a locale nor descriptors"
 LC_ALL=C start "$http/=$https/ä.txt" bash -c 'exec "$@" <&- >&- 2>&-' _ "$build/kestrel"
@@ -81,15 +76,16 @@ cmp "$work/web/setup.bin" "$HOME/Desktop/setup.bin"
 [[ $(ls "$TMPDIR") == nvrFileInfo.txt ]] || fail "left $(ls "$TMPDIR")"
 
 echo "A limit on the size of files is told as a full disk is"
-start "$https/slow/zero"
+start "$https/slow/setup.bin"
 wait_for Kestrel
 prlimit --pid "$program" --fsize=0
 answer "File Not Saved"
 ended "a limit on files"
 
-echo "Closed while a box is open it ends with status 0, in a language that it does not know"
+echo "Closed while a box is open it ends with status 0, in English where its catalogue is damaged"
+truncate --size 900 "$HOME/locale/de/LC_MESSAGES/kestrel.mo"
 while IFS='|' read -r -a boxes; do
-    start "$https/${boxes[0]}" env LC_ALL=cy_GB.UTF-8 "$build/kestrel"
+    start "$https/${boxes[0]}" env LC_ALL=de_DE.UTF-8 "$work/linked"
     for box in "${boxes[@]:1}"; do
         wait_for "$box"
         wmctrl -c Kestrel
@@ -97,13 +93,13 @@ while IFS='|' read -r -a boxes; do
     done
     ended "closing ${boxes[*]}"
 done <<'BOXES'
-other.txt|Unknown Internet Version
+none.txt|Website Unreachable
 ä.txt|New Version Available|Where would you like to save this installer?
 BOXES
 
 echo "Closed at any instant it ends at once, with status 0"
 for ((closing = 1; closing <= ${KESTREL_CLOSINGS:-20}; closing++)); do
-    start "$https/$( ((closing % 2)) && echo slow/zero || echo silent)"
+    start "$https/$( ((closing % 2)) && echo slow/setup.bin || echo silent)"
     wait_for Kestrel
     sleep "0.$((RANDOM % 3))$((RANDOM % 10))"
     wmctrl -c Kestrel
