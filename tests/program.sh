@@ -8,7 +8,7 @@ set -euo pipefail
 
 build=$1
 work=$(mktemp -d)
-export HOME=$work/ö TMPDIR=$work/tmp
+export HOME=$work/ö TMPDIR=$work/tmp SSL_CERT_FILE=$work/web.pem
 mkdir -p "$HOME/Desktop" "$TMPDIR" "$work/web"
 unset http_proxy https_proxy all_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY
 start_server "$work/web"
@@ -48,7 +48,6 @@ DISPLAY='' start x
 ended "without a display" 255
 [[ -s $work/stderr ]] || fail "nothing said without a display"
 
-export SSL_CERT_FILE=$work/web.pem
 head -c 200000 /dev/urandom >"$work/web/setup.bin"
 printf '[Ärger]\nVersion=2\nLink=%s/setup.bin\n' "$https/=$https" >"$work/web/ä.txt"
 
@@ -84,7 +83,8 @@ ended "a limit on files"
 
 echo "Closed while a box is open it ends with status 0, in English where its catalogue is damaged"
 truncate --size 900 "$HOME/locale/de/LC_MESSAGES/kestrel.mo"
-while IFS='|' read -r -a boxes; do
+for row in "none.txt|Website Unreachable" "ä.txt|New Version Available|Where would you like to save this installer?"; do
+    IFS='|' read -r -a boxes <<<"$row"
     start "$https/${boxes[0]}" env LC_ALL=de_DE.UTF-8 "$work/linked"
     for box in "${boxes[@]:1}"; do
         wait_for "$box"
@@ -92,10 +92,7 @@ while IFS='|' read -r -a boxes; do
         wmctrl -F -c "$box"
     done
     ended "closing ${boxes[*]}"
-done <<'BOXES'
-none.txt|Website Unreachable
-ä.txt|New Version Available|Where would you like to save this installer?
-BOXES
+done
 
 echo "Closed at any instant it ends at once, with status 0"
 for ((closing = 1; closing <= ${KESTREL_CLOSINGS:-20}; closing++)); do
