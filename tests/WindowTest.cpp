@@ -112,10 +112,12 @@ protected:
         for (const wxString& text : {save.GetMessage(), save.GetDirectory(), save.GetFilename(), save.GetWildcard()})
             m_seen += "|" + text.utf8_string();
         m_seen += "\n";
+        if (m_answer.empty())
+            return wxID_CANCEL;
         save.SetPath(m_answer);
         Pump([&] { return save.GetPath() == m_answer; });
         AwaitSecond(); // the download's rate is 0 within its first second
-        return m_answer.empty() ? wxID_CANCEL : wxID_OK;
+        return wxID_OK;
     }
 
     wxWeakRef<wxWindow> m_window;
@@ -125,6 +127,29 @@ protected:
 };
 
 } // namespace
+
+TEST_F(WindowTest, StartsHiddenAndCentredAndEndsWhenClosed)
+{
+    KestrelFrame* const window = Open(); // the first one, whose decorations the toolkit does not know yet
+    EXPECT_FALSE(window->IsShown());
+    EXPECT_EQ(Rows(), "File Name: |File Size: 0 kB|Progress: 0%|");
+    EXPECT_EQ(window->GetSize(), window->GetMinSize());
+    window->Show();
+    Pump([] { return false; }, 1);
+    const wxRect screen = wxGetClientDisplayRect(), shown = window->GetRect();
+    EXPECT_TRUE(shown.Inflate(4, 4).Contains(shown.CentreIn(screen)));
+
+    const wxWindow* const panel = wxWindow::FindWindowById(KestrelFrame::ID_PANEL);
+    window->SetSize(600, 400);
+    EXPECT_TRUE(Pump([&] { return panel->GetSize() == window->GetClientSize() && panel->GetSize().x > 500; }));
+
+    // A report that waits is no longer heeded, and the download is let go of once only.
+    window->CheckForUpdate("", "A", "1");
+    wxMilliSleep(300);
+    window->Close();
+    window->Close(true);
+    EXPECT_EQ(SeenToTheEnd(), "");
+}
 
 TEST_F(WindowTest, VersionsSizesAndNamesAreReadAsTheyShould)
 {
@@ -141,8 +166,8 @@ TEST_F(WindowTest, VersionsSizesAndNamesAreReadAsTheyShould)
     EXPECT_EQ(all(KestrelFrame::FormatFileSize, -1, 1024, 1536, 1048576, 1572864, 1073741824, 5368709120),
               "-1.00 B; 1024.00 B; 1.50 kB; 1024.00 kB; 1.50 MB; 1024.00 MB; 5.00 GB; ");
     EXPECT_EQ(all(KestrelFrame::GetFileNameFromURL, "http://h/a/b.bin?x=/y#/z", "http://h/a/", "http://h", "plain",
-                  "https://u:p@[::1]:8/d/[a].bin", "http://[::1]//[b].bin", "file:/tmp//[c].bin"),
-              "b.bin; ; ; plain; %5ba%5d.bin; %5bb%5d.bin; %5bc%5d.bin; ");
+                  "https://u:p@[::1]:8/d/[a].bin", "http://[::1]//[b].bin", "file:/tmp//[c].bin", "file:/x[d].bin"),
+              "b.bin; ; ; plain; %5ba%5d.bin; %5bb%5d.bin; %5bc%5d.bin; x%5bd%5d.bin; ");
 }
 
 TEST_F(WindowTest, VersionIsReadFromAnHonestTextOnly)
@@ -220,29 +245,6 @@ TEST_F(WindowTest, SecondCheckIsRefusedAndChangesNothing)
     EXPECT_EQ(SeenToTheEnd(), Box("Message", "There is a download already in progress") + NO_UPDATE);
 }
 
-TEST_F(WindowTest, StartsHiddenAndCentredAndEndsWhenClosed)
-{
-    KestrelFrame* const window = Open();
-    EXPECT_FALSE(window->IsShown());
-    EXPECT_EQ(Rows(), "File Name: |File Size: 0 kB|Progress: 0%|");
-    EXPECT_EQ(window->GetSize(), window->GetMinSize());
-    window->Show();
-    Pump([] { return false; }, 1);
-    const wxRect screen = wxGetClientDisplayRect(), shown = window->GetRect();
-    EXPECT_TRUE(shown.Inflate(4, 4).Contains(shown.CentreIn(screen)));
-
-    const wxWindow* const panel = wxWindow::FindWindowById(KestrelFrame::ID_PANEL);
-    window->SetSize(600, 400);
-    EXPECT_TRUE(Pump([&] { return panel->GetSize() == window->GetClientSize() && panel->GetSize().x > 500; }));
-
-    // A report that waits is no longer heeded, and the download is let go of once only.
-    window->CheckForUpdate("", "A", "1");
-    wxMilliSleep(300);
-    window->Close();
-    window->Close(true);
-    EXPECT_EQ(SeenToTheEnd(), "");
-}
-
 TEST_F(WindowTest, ReportsAreShownWithinTheDisplay)
 {
     m_server.Serve("/info.txt", ";", Body::Silent);
@@ -280,7 +282,7 @@ TEST_F(WindowTest, ReportsAreShownWithinTheDisplay)
         EXPECT_TRUE(Pump([&, x = left] { return window->GetPosition().x == x; }));
         EXPECT_EQ(deliver(wxDOWNLOAD_INPROGRESS, name, 1, 4).find("File Name: " + name + "|"), 0u);
         EXPECT_TRUE(Pump([&] { return window->GetSize().x > before + 100 && display.Contains(window->GetRect()); }));
-        EXPECT_LE(cell->GetRect().GetRight(), cell->GetParent()->GetClientRect().GetRight());
+        EXPECT_EQ(gtk_label_get_ellipsize(GTK_LABEL(cell->GetHandle())), PANGO_ELLIPSIZE_MIDDLE);
         EXPECT_EQ(cell->GetToolTipText().empty(), length < 6000);
     }
 
@@ -324,9 +326,9 @@ TEST_F(WindowTest, EachRunReadsAFileOfItsOwnMaking)
     // Whether the run's own file replaces what is planted; otherwise it is let be.
     const std::tuple<const char*, bool, std::function<void()>> cases[] = {
         {"a second name of a file", true, [] { umask(0777); }},
-        {"a link to nothing", false, [&] { EXPECT_EQ(unlink(path.c_str()) + symlink("../none", path.c_str()), 0); }},
-        {"a pipe that nobody reads", false, [&] { EXPECT_EQ(unlink(path.c_str()) + mkfifo(path.c_str(), 0600), 0); }},
-        {"another run's file", false, [&] { flock((another.Open(path), another.fd()), LOCK_EX); }},
+        {"a link to nothing", false, [&] { EXPECT_TRUE(!unlink(path.c_str()) && !symlink("../none", path.c_str())); }},
+        {"a pipe that nobody reads", false, [&] { EXPECT_TRUE(!unlink(path.c_str()) && !mkfifo(path.c_str(), 0600)); }},
+        {"another run's file", false, [&] { EXPECT_TRUE(another.Open(path) && flock(another.fd(), LOCK_EX) == 0); }},
         {"a file in a group's sticky directory", true, [&] { allow(01770); }},
         {"a file in a group's directory", false, [&] { allow(0770); }},
         {"a file in a directory that others can change", false, [&] { allow(0707); }},

@@ -45,7 +45,7 @@ done
 
 echo "Without a display it says so"
 DISPLAY='' start x
-ended "without a display" 255
+! wait "$program" || fail "status 0 without a display"
 [[ -s $work/stderr ]] || fail "nothing said without a display"
 
 head -c 200000 /dev/urandom >"$work/web/setup.bin"
