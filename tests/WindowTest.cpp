@@ -150,6 +150,22 @@ TEST_F(WindowTest, StartsHiddenAndCentredAndEndsWhenClosed)
     EXPECT_EQ(SeenToTheEnd(), "");
 }
 
+TEST_F(WindowTest, BoxWaitsUntilTheWindowIsOnTheScreen)
+{
+    KestrelFrame* const window = Open();
+    const auto later = [](wxShowEvent&) {}; // the toolkit may wait for the window manager
+    window->Bind(wxEVT_SHOW, later);
+    window->Show();
+    wxDownloadEvent failure(wxEVT_DOWNLOAD);
+    failure.SetDownloadStatus(wxDOWNLOAD_FAIL);
+    window->ProcessWindowEvent(failure);
+    EXPECT_EQ(m_seen, "");
+    window->Unbind(wxEVT_SHOW, later);
+    wxShowEvent shown(0, true);
+    window->ProcessWindowEvent(shown);
+    EXPECT_NE(SeenToTheEnd(), "");
+}
+
 TEST_F(WindowTest, VersionsSizesAndNamesAreReadAsTheyShould)
 {
     for (const wxString row :
