@@ -12,63 +12,11 @@
 #include <wx/utils.h>
 
 #include <atomic>
-#include <chrono>
 #include <fstream>
 #include <iterator>
-#include <map>
+#include <random>
 
 using Clock = std::chrono::steady_clock;
-
-inline std::string Ok(const std::string& headers, const std::string& body)
-{
-    return "HTTP/1.1 200 OK\r\n" + headers + "\r\n" + body;
-}
-
-inline std::string Ok(size_t length, const std::string& body, const std::string& headers = "")
-{
-    return Ok("Content-Length: " + std::to_string(length) + "\r\n" + headers, body);
-}
-
-// What the server does with the body of an answer.
-enum class Body
-{
-    Whole,
-    NoLength, // whole, ended by closing the connection
-    Cut,      // announced whole, closed after half
-    Slow,     // a piece every few milliseconds
-    Silent,   // announced, never sent
-};
-
-class TestServer : public ScriptedServer
-{
-public:
-    TestServer() : ScriptedServer([this](Connection& connection) { Answer(connection); }) {}
-    ~TestServer() { Stop(); }
-
-    void Serve(const std::string& path, const std::string& content, Body body = Body::Whole)
-    {
-        const std::string said[] = {content, content, content.substr(0, content.size() / 2), "~~~" + content, "..."};
-        const std::string& text = said[static_cast<int>(body)];
-        const std::lock_guard<std::mutex> locker(m_lock);
-        m_answers[path] = body == Body::NoLength ? Ok("", text) : Ok(content.size(), text);
-    }
-
-private:
-    void Answer(Connection& connection)
-    {
-        const std::string request = connection.Read("\r\n\r\n");
-        if (request.empty())
-            return; // a client that has left
-        std::unique_lock<std::mutex> locker(m_lock);
-        const auto found = m_answers.find(request.substr(4, request.find(' ', 4) - 4));
-        const std::string answer = found == m_answers.end() ? "HTTP/1.1 404 Not Found\r\n\r\n" : found->second;
-        locker.unlock();
-        connection.Say(answer);
-    }
-
-    std::mutex m_lock;
-    std::map<std::string, std::string> m_answers;
-};
 
 // Turns the main loop until done() holds; false when it does not within the time.
 inline bool Pump(const std::function<bool()>& done, int seconds = 20)
@@ -96,7 +44,8 @@ protected:
         wxSetEnv("HOME", Path("home"));
         wxSetEnv("TMPDIR", "tmp"); // what it means must not change
         wxSetEnv("XDG_RUNTIME_DIR", Path("run"));
-        for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "HTTPS_PROXY", "ALL_PROXY"})
+        for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "no_proxy", "HTTPS_PROXY", "ALL_PROXY",
+                                 "SSL_CERT_FILE", "SSL_CERT_DIR"})
             wxUnsetEnv(name);
     }
 
@@ -115,15 +64,15 @@ protected:
         std::ofstream(path, std::ios::binary) << content;
     }
 
+    // The same for each call, as far as they go.
     static std::string Bytes(size_t count)
     {
         std::string bytes(count, '\0');
-        for (size_t i = 0; i < count; ++i)
-            bytes[i] = static_cast<char>(i * 31 + i / 251);
+        std::generate(bytes.begin(), bytes.end(), std::minstd_rand());
         return bytes;
     }
 
-    TestServer m_server;
+    ScriptedServer m_server;
 
 private:
     std::string m_folder;

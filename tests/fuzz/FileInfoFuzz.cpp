@@ -8,7 +8,6 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    static const ToolkitWithoutDisplay toolkit;
     static const std::string path = "/dev/shm/kestrel-fuzz-" + std::to_string(getpid());
 
     std::string text(reinterpret_cast<const char*>(data), size);

@@ -21,25 +21,21 @@ inline void Require(bool holds)
         std::abort();
 }
 
-// The toolkit for a program without windows; what it complains about is dropped.
-class ToolkitWithoutDisplay
+// Starts the toolkit for a program without windows, and drops what it complains about.
+extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-public:
-    ToolkitWithoutDisplay()
-    {
-        wxDISABLE_DEBUG_SUPPORT();
-        wxApp::SetInstance(new wxAppConsole);
-        Require(wxInitialize());
-        wxLog::EnableLogging(false);
-    }
-};
+    wxDISABLE_DEBUG_SUPPORT();
+    wxApp::SetInstance(new wxAppConsole);
+    Require(wxInitialize());
+    wxLog::EnableLogging(false);
+    return 0;
+}
 
 // Cuts the first line off the text and returns it.
 inline wxString TakeLine(std::string& text)
 {
     const size_t end = std::min(text.find('\n'), text.size());
-    const std::string line = text.substr(0, end);
+    const wxString line(text.data(), wxConvWhateverWorks, end);
     text.erase(0, end + 1);
-    const wxString utf8 = wxString::FromUTF8(line);
-    return utf8.empty() ? wxString::From8BitData(line.data(), line.size()) : utf8;
+    return line;
 }

@@ -6,8 +6,6 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    static const ToolkitWithoutDisplay toolkit;
-
     wxLongLong_t bytes = 0;
     std::memcpy(&bytes, data, std::min(size, sizeof(bytes)));
     std::string text(reinterpret_cast<const char*>(data), size);
