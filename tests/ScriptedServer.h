@@ -51,25 +51,27 @@ inline Tls MakeTls(int newest = TLS1_3_VERSION)
     return tls;
 }
 
-// One client's connection; each server counts its own from 0.
+using Bio = std::unique_ptr<BIO, decltype(&BIO_free_all)>;
+
+inline void HangUp(const Bio& bio) { shutdown(static_cast<int>(BIO_get_fd(bio.get(), nullptr)), SHUT_RDWR); }
+
+// One client's connection.
 struct Connection
 {
-    BIO* const bio;
-    const size_t number;
+    Bio bio;
+    const size_t number;        // of the server's connections, from 0
+    std::future<void> dialogue; // whose thread ends before the connection does
 
     bool Send(const std::string& text) const
     {
-        const int size = static_cast<int>(text.size());
-        return BIO_write(bio, text.data(), size) == size;
+        return BIO_write(bio.get(), text.data(), static_cast<int>(text.size())) > 0;
     }
 
     // Reads up to and including the end; less when the client has closed.
-    std::string Read(const std::string& end = "\r\n\r\n") const
+    std::string Read(const std::string& end) const
     {
         std::string text;
-        char byte;
-        while ((text.size() < end.size() || text.compare(text.size() - end.size(), end.size(), end) != 0) &&
-               BIO_read(bio, &byte, 1) == 1)
+        for (char byte; text.find(end) == std::string::npos && BIO_read(bio.get(), &byte, 1) == 1;)
             text += byte;
         return text;
     }
@@ -113,18 +115,19 @@ public:
     }
 
     // Answers the n-th request, each on a connection of its own, with the n-th text, and all that follow with the last
-    // one; without texts by path, as Serve() was told.
-    explicit ScriptedServer(std::vector<std::string> texts = {}, Tls tls = nullptr)
-        : ScriptedServer([this, texts](const Connection& client) { client.Say(Find(client, texts)); }, std::move(tls))
+    // one; without texts by path, as Serve() was told. end: of a request.
+    explicit ScriptedServer(std::vector<std::string> texts = {}, Tls tls = nullptr, const std::string& end = "\r\n\r\n")
+        : ScriptedServer([=](const Connection& client) { client.Say(Find(client.Read(end), client.number, texts)); },
+                         tls)
     {
     }
 
     ~ScriptedServer()
     {
-        shutdown(GetSocket(m_listener), SHUT_RDWR);
+        HangUp(m_listener);
         m_thread.join();
-        for (const Client& client : m_clients)
-            shutdown(GetSocket(client.bio), SHUT_RDWR);
+        for (const Connection& client : m_clients)
+            HangUp(client.bio);
     }
 
     void Serve(const std::string& path, const std::string& content, Body body = Body::Whole)
@@ -137,9 +140,9 @@ public:
 
     std::string GetPort() const { return BIO_get_accept_port(m_listener.get()); }
 
-    std::string Url(const std::string& path = "/file", const std::string& scheme = "") const
+    std::string Url(const std::string& path = "/file") const
     {
-        return (scheme.empty() ? m_tls ? "https" : "http" : scheme) + "://127.0.0.1:" + GetPort() + path;
+        return (m_tls ? "https" : "http") + ("://127.0.0.1:" + GetPort()) + path;
     }
 
     std::vector<std::string> GetRequests()
@@ -149,24 +152,12 @@ public:
     }
 
 private:
-    static constexpr std::chrono::seconds NO_TIME{0};
-    using Bio = std::unique_ptr<BIO, decltype(&BIO_free_all)>;
-
-    struct Client
+    std::string Find(const std::string& request, size_t number, const std::vector<std::string>& texts)
     {
-        Bio bio;
-        std::future<void> dialogue; // at its end, its thread is waited for
-    };
-
-    static int GetSocket(const Bio& bio) { return static_cast<int>(BIO_get_fd(bio.get(), nullptr)); }
-
-    std::string Find(const Connection& client, const std::vector<std::string>& texts)
-    {
-        const std::string request = client.Read();
         const std::lock_guard<std::mutex> locker(m_lock);
         m_requests.push_back(request);
         if (!texts.empty())
-            return texts[std::min(client.number, texts.size() - 1)];
+            return texts[std::min(number, texts.size() - 1)];
         const auto found = m_answers.find(request.substr(0, request.find(" HTTP")).erase(0, 4));
         return found == m_answers.end() ? "HTTP/1.1 404 Not Found\r\n\r\n" : found->second;
     }
@@ -175,16 +166,18 @@ private:
     {
         for (size_t number = 0; BIO_do_accept(m_listener.get()) == 1; ++number)
         {
+            m_clients.remove_if(
+                [](const Connection& client)
+                { return client.dialogue.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
             BIO* const plain = BIO_pop(m_listener.get());
-            Bio bio(m_tls ? BIO_push(BIO_new_ssl(m_tls.get(), 0), plain) : plain, &BIO_free_all);
-            const auto speak = [this, client = Connection{bio.get(), number}, socket = GetSocket(bio)]
-            {
-                m_dialogue(client);
-                shutdown(socket, SHUT_RDWR);
-            };
-            m_clients.remove_if([](const Client& c)
-                                { return c.dialogue.wait_for(NO_TIME) == std::future_status::ready; });
-            m_clients.push_back({std::move(bio), std::async(std::launch::async, speak)});
+            BIO* const bio = m_tls ? BIO_push(BIO_new_ssl(m_tls.get(), 0), plain) : plain;
+            m_clients.push_back({Bio(bio, &BIO_free_all), number, {}});
+            m_clients.back().dialogue = std::async(std::launch::async,
+                                                   [this, &client = m_clients.back()]
+                                                   {
+                                                       m_dialogue(client);
+                                                       HangUp(client.bio);
+                                                   });
         }
     }
 
@@ -195,5 +188,5 @@ private:
     std::mutex m_lock;
     std::map<std::string, std::string> m_answers; // of paths
     std::vector<std::string> m_requests;
-    std::list<Client> m_clients; // of the thread; the last member, because the dialogues use the others
+    std::list<Connection> m_clients; // of the thread; the last member, because the dialogues use the others
 };

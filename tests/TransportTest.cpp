@@ -255,32 +255,24 @@ TEST_F(TransportTest, OnlyServersThatAreVouchedForAreTrusted)
 TEST_F(TransportTest, SilenceAndCancellationEndEveryState)
 {
     const Tls tls = MakeTls(), multiplexed = MakeTls();
-    const auto choose =
-        [](SSL*, const unsigned char** protocol, unsigned char* size, const unsigned char*, unsigned, void*)
+    const auto chooseFirst =
+        [](SSL*, const unsigned char** chosen, unsigned char* size, const unsigned char* offered, unsigned, void*)
     {
-        *protocol = reinterpret_cast<const unsigned char*>("h2");
-        *size = 2;
+        *chosen = offered + 1; // h2
+        *size = *offered;
         return SSL_TLSEXT_ERR_OK;
     };
-    SSL_CTX_set_alpn_select_cb(multiplexed.get(), choose, nullptr);
+    SSL_CTX_set_alpn_select_cb(multiplexed.get(), chooseFirst, nullptr);
 
     std::list<ScriptedServer> servers;
-    const auto serve =
-        [&](const std::string& text, const Tls& secure = nullptr, const std::string& request = "\r\n\r\n")
-    {
-        const auto answer = [text, request](const Connection& client)
-        {
-            client.Read(request);
-            client.Say(text);
-        };
-        return servers.emplace_back(answer, secure).Url();
-    };
+    const auto serve = [&](const std::string& text, const Tls& secure = nullptr, const std::string& end = "\r\n\r\n")
+    { return servers.emplace_back(std::vector<std::string>{text}, secure, end).Url(); };
     const auto sendTickets = [](const Connection& client)
     {
-        client.Read();
+        client.Read("\r\n\r\n");
         client.Send(Ok(9, "012"));
         SSL* ssl = nullptr;
-        BIO_get_ssl(client.bio, &ssl);
+        BIO_get_ssl(client.bio.get(), &ssl);
         // Until the client says more, which can only be its goodbye.
         for (char byte; recv(SSL_get_fd(ssl), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && SSL_new_session_ticket(ssl);)
             SSL_do_handshake(ssl);
@@ -357,51 +349,47 @@ TEST_F(TransportTest, EndsNoConnectionButItsOwn)
 
 TEST_F(TransportTest, FtpIsFetchedWithTheSameBounds)
 {
-    const std::string transfer = "PWD|EPSV|TYPE I|SIZE file|RETR file|", all = "0123456789",
-                      anonymous = "USER anonymous|PASS ftp@example.com|" + transfer;
+    const std::string transfer = "PWD\r\nEPSV\r\nTYPE I\r\nSIZE file\r\nRETR file\r\n", all = "0123456789",
+                      anonymous = "USER anonymous\r\nPASS ftp@example.com\r\n" + transfer;
     const struct
     {
         const char *what, *path, *credentials;
-        std::string data, command, reply; // of the first transfer; what is replied in an unusual way
+        std::string data; // of the first transfer; it is all for those that follow
         std::string result, commands;
+        size_t number = 0; // of a reply that is unusual
+        const char* reply = "220 Hello";
     } cases[] = {
-        {"anonymous", "/file", "", all, "", "220 Hello", COMPLETE, anonymous},
-        {"named", "/file", "me:p%40@", all, "", "220 Hello", COMPLETE, "USER me|PASS p@|" + transfer},
-        {"a folder", "/folder/", "", all, "", "220 Hello", FAILED, ""},
-        {"of unknown size", "/file", "", all, "SIZE", "500 What?", "-1:" + all, anonymous},
-        {"cut once", "/file", "", "01234", "", "220 Hello", COMPLETE, anonymous + anonymous},
-        {"an endless greeting", "/file", "", all, "", "***220", FAILED, ""},
-        {"a silent data connection", "/file", "", "...", "", "220 Hello", FAILED, anonymous},
-        {"silence after the data", "/file", "", all, "RETR", "150 Here", COMPLETE, anonymous},
+        {"anonymous", "/file", "", all, COMPLETE, anonymous},
+        {"named", "/file", "me:p%40@", all, COMPLETE, "USER me\r\nPASS p@\r\n" + transfer},
+        {"a folder", "/folder/", "", all, FAILED, ""},
+        {"of unknown size", "/file", "", all, "-1:" + all, anonymous, 6, "500 What?"},
+        {"cut once", "/file", "", "01234", COMPLETE, anonymous + anonymous},
+        {"an endless greeting", "/file", "", all, FAILED, "", 0, "***220"},
+        {"a silent data connection", "/file", "", "...", FAILED, anonymous},
+        {"silence after the data", "/file", "", all, COMPLETE, anonymous, 7, "150 Here"},
     };
     for (const auto& c : cases)
     {
         std::string commands;
+        const auto speak = [&](const Connection& client, const std::string& port)
         {
             // Of each two connections the first is for the commands, the second for the data.
-            ScriptedServer server(
-                [&](const Connection& client)
-                {
-                    if (client.number % 2 == 1)
-                        return client.Say(client.number == 1 ? c.data : all);
-                    std::map<std::string, std::string> replies{{"", "220 Hello"},
-                                                               {"USER", "331 Password"},
-                                                               {"PASS", "230 Welcome"},
-                                                               {"PWD", "257 \"/\""},
-                                                               {"EPSV", "229 Go (|||" + server.GetPort() + "|)"},
-                                                               {"TYPE", "200 As is"},
-                                                               {"SIZE", "213 10"},
-                                                               {"RETR", "150 Here\r\n226 Sent"}};
-                    replies[c.command] = c.reply;
-                    client.Say(replies[""] + "\r\n");
-                    for (std::string command; !(command = client.Read("\r\n")).empty();)
-                    {
-                        commands += command.substr(0, command.size() - 2) + "|";
-                        client.Send(replies[command.substr(0, command.find_first_of(" \r"))] + "\r\n");
-                    }
-                });
+            if (client.number % 2 == 1)
+                return client.Say(client.number == 1 ? c.data : all);
+            std::string replies[] = {
+                "220 Hello", "331 Password", "230 Welcome",         "257 \"/\"", "229 Go (|||" + port + "|)",
+                "200 As is", "213 10",       "150 Here\r\n226 Sent"};
+            replies[c.number] = c.reply;
+            for (const std::string& reply : replies)
+            {
+                client.Say(reply + "\r\n");
+                commands += client.Read("\r\n");
+            }
+        };
+        {
+            ScriptedServer server([&](const Connection& client) { speak(client, server.GetPort()); });
             const auto start = Clock::now();
-            EXPECT_EQ(Fetch(server.Url(c.path, "ftp").insert(6, c.credentials), 1), c.result) << c.what;
+            EXPECT_EQ(Fetch("ftp://" + (c.credentials + server.Url(c.path).substr(7)), 1), c.result) << c.what;
             EXPECT_LT(Clock::now() - start, milliseconds(3000)) << c.what;
         }
         EXPECT_EQ(commands, c.commands) << c.what;
