@@ -1,13 +1,9 @@
 #include <gtest/gtest.h>
-#include <wx/app.h>
 #include <wx/evtloop.h>
-#include <wx/log.h>
 #include <wx/socket.h>
+#include <wx/wx.h>
 
 #include <cstdlib>
-
-namespace
-{
 
 class TestApp : public wxApp
 {
@@ -34,8 +30,6 @@ public:
         return failed;
     }
 };
-
-} // namespace
 
 wxIMPLEMENT_APP_NO_MAIN(TestApp);
 

@@ -6,10 +6,9 @@
 #include "tests/ScriptedServer.h"
 
 #include <gtest/gtest.h>
-#include <wx/app.h>
 #include <wx/evtloop.h>
 #include <wx/filename.h>
-#include <wx/utils.h>
+#include <wx/wx.h>
 
 #include <atomic>
 #include <fstream>
