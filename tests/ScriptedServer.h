@@ -19,10 +19,12 @@
 #include <thread>
 #include <vector>
 
-inline std::string Ok(const std::string& headers, const std::string& body)
+inline std::string Answer(int status, const std::string& headers = "", const std::string& body = "a page")
 {
-    return "HTTP/1.1 200 OK\r\n" + headers + "\r\n" + body;
+    return "HTTP/1.1 " + std::to_string(status) + " Reason\r\n" + headers + "\r\n" + body;
 }
+
+inline std::string Ok(const std::string& headers, const std::string& body) { return Answer(200, headers, body); }
 
 inline std::string Ok(size_t length, const std::string& body, const std::string& headers = "")
 {
@@ -140,12 +142,9 @@ public:
 
     std::string GetPort() const { return BIO_get_accept_port(m_listener.get()); }
 
-    std::string Url(const std::string& path = "/file") const
-    {
-        return (m_tls ? "https" : "http") + ("://127.0.0.1:" + GetPort()) + path;
-    }
+    std::string Url(const std::string& path = "/file") const { return m_scheme + "://127.0.0.1:" + GetPort() + path; }
 
-    std::vector<std::string> GetRequests()
+    std::string GetRequests()
     {
         const std::lock_guard<std::mutex> locker(m_lock);
         return m_requests;
@@ -155,11 +154,11 @@ private:
     std::string Find(const std::string& request, size_t number, const std::vector<std::string>& texts)
     {
         const std::lock_guard<std::mutex> locker(m_lock);
-        m_requests.push_back(request);
+        m_requests += request;
         if (!texts.empty())
             return texts[std::min(number, texts.size() - 1)];
         const auto found = m_answers.find(request.substr(0, request.find(" HTTP")).erase(0, 4));
-        return found == m_answers.end() ? "HTTP/1.1 404 Not Found\r\n\r\n" : found->second;
+        return found == m_answers.end() ? Answer(404) : found->second;
     }
 
     void Accept()
@@ -183,10 +182,11 @@ private:
 
     const Dialogue m_dialogue;
     const Tls m_tls;
+    const std::string m_scheme = m_tls ? "https" : "http";
     const Bio m_listener{BIO_new_accept("127.0.0.1:0"), &BIO_free_all};
     std::thread m_thread;
     std::mutex m_lock;
     std::map<std::string, std::string> m_answers; // of paths
-    std::vector<std::string> m_requests;
+    std::string m_requests;
     std::list<Connection> m_clients; // of the thread; the last member, because the dialogues use the others
 };

@@ -12,7 +12,6 @@
 
 #include <atomic>
 #include <fstream>
-#include <iterator>
 #include <random>
 
 using Clock = std::chrono::steady_clock;
@@ -54,14 +53,11 @@ protected:
 
     static std::string Read(const std::string& path)
     {
-        std::ifstream file(path, std::ios::binary);
+        std::ifstream file(path);
         return std::string(std::istreambuf_iterator<char>(file), {});
     }
 
-    static void Write(const std::string& path, const std::string& content)
-    {
-        std::ofstream(path, std::ios::binary) << content;
-    }
+    static void Write(const std::string& path, const std::string& content) { std::ofstream(path) << content; }
 
     // The same for each call, as far as they go.
     static std::string Bytes(size_t count)

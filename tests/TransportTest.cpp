@@ -45,15 +45,12 @@ std::string Fetch(const std::string& address) { return ReadAll(Open(address)); }
 // condition up to a space or a quote.
 std::string Asked(ScriptedServer& server)
 {
-    static const std::regex PARTS("(?:GET |Basic |Range: bytes=|If-Range: \"?)([^ \r\"]*)");
+    static const std::regex PARTS("(?:GET(?= )|Basic |Range: bytes=|If-Range: \"?)( ?[^ \r\"]*)");
+    const std::string requests = server.GetRequests();
     std::string asked;
-    for (const std::string& request : server.GetRequests())
-    {
-        asked += asked.empty() ? "" : " ";
-        for (std::sregex_iterator part(request.begin(), request.end(), PARTS), end; part != end; ++part)
-            asked += part->str(1);
-    }
-    return asked;
+    for (std::sregex_iterator part(requests.begin(), requests.end(), PARTS), end; part != end; ++part)
+        asked += part->str(1);
+    return asked.erase(0, 1); // a space
 }
 
 // Tries all cases at once, because most of the time goes into waiting. But the thread sanitizer takes a descriptor
@@ -81,12 +78,7 @@ double GetProcessorTime()
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
-std::string Status(int status, const std::string& headers = "")
-{
-    return "HTTP/1.1 " + std::to_string(status) + " Reason\r\n" + headers + "Content-Length: 4\r\n\r\nhtml";
-}
-
-std::string Moved(int status, const std::string& target) { return Status(status, "Location: " + target + "\r\n"); }
+std::string Moved(int status, const std::string& target) { return Answer(status, "Location: " + target + "\r\n"); }
 
 const std::string TAG = "ETag: \"t\"\r\n", RANGES = "Accept-Ranges: bytes\r\n";
 const std::string CHUNKED = "Transfer-Encoding: chunked\r\n", GZIP = "Content-Encoding: gzip\r\n";
@@ -96,14 +88,14 @@ const std::string DATE = "Last-Modified: Sun, 01 Nov 2026 00:00:00 GMT\r\n",
 // Says that it is a part, such as "3-9/10", and sends the body.
 std::string Part(const std::string& range, const std::string& body, const std::string& headers = TAG)
 {
-    return "HTTP/1.1 206 Part\r\n" + headers + "Content-Range: bytes " + range + "\r\n\r\n" + body;
+    return Answer(206, headers + "Content-Range: bytes " + range + "\r\n", body);
 }
 
 std::string Cut(const std::string& headers) { return Ok(10, "012", headers); }
 
 const std::string ALL = Ok(10, "0123456789"), REST = Part("3-9/10", "3456789"), WHOLE = Ok(4, "body");
 const std::string CUT = Cut(RANGES + TAG), CUT_UNKNOWN = Ok(RANGES + TAG + CHUNKED, "3\r\n012\r\n");
-const std::string HERE = Moved(302, "/other"), NO_MORE = Status(416, "Content-Range: bytes */10\r\n");
+const std::string HERE = Moved(302, "/other"), NO_MORE = Answer(416, "Content-Range: bytes */10\r\n");
 const std::string BYTE_BY_BYTE = "/ /3-t /4-t /5-t";
 const std::string TEN = "/ /other /other /other /other /other /other /other /other /other /other";
 const std::string COMPLETE = "10:0123456789", SHORT = "10:012", FAILED = "failed";
@@ -124,17 +116,16 @@ TEST_F(TransportTest, BodyIsWhatTheServerMeantOrNothing)
         {"to be seen elsewhere", {Moved(303, "b/"), Moved(307, "c?d"), WHOLE}, "4:body", "/ /b/ /b/c?d"},
         {"moved, and the request too", {Moved(308, "/e"), WHOLE}, "4:body", "/ /e"},
         {"a choice", {Moved(300, "/other"), WHOLE}, FAILED},
-        {"redirected nowhere", {Status(302)}, FAILED},
         {"redirected twice at once", {Moved(302, "/a\r\nLocation: /b"), WHOLE}, FAILED},
         {"redirected to ftp", {Moved(302, "ftp://127.0.0.1/x")}, FAILED},
-        {"not found", {Status(404)}, FAILED},
-        {"no content", {"HTTP/1.1 204 No\r\n\r\n"}, FAILED},
-        {"nothing to show", {"HTTP/1.1 205 No\r\nContent-Length: 0\r\n\r\n"}, FAILED},
+        {"not found", {Answer(404)}, FAILED},
+        {"no content", {Answer(204)}, FAILED},
+        {"nothing to show", {Answer(205)}, FAILED},
         {"a part nobody asked for", {Part("0-2/10", "012")}, FAILED},
-        {"interim answer first", {"HTTP/1.1 103 Hints\r\nLink: x\r\n\r\n" + WHOLE}, "4:body"},
+        {"interim answer first", {Answer(103, "Link: x\r\n", WHOLE)}, "4:body"},
         {"chunked", {Ok(CHUNKED, "2\r\nbo\r\n2\r\ndy\r\n0\r\n\r\n")}, "-1:body"},
         {"cut in the header", {"HTTP/1.1 200 OK\r\nContent-"}, FAILED},
-        {"endless interim answers", {"***HTTP/1.1 103 Hints\r\n\r\n"}, FAILED},
+        {"endless interim answers", {"***" + Answer(103, "", "")}, FAILED},
         {"two lengths", {Ok(4, "body", "Content-Length: 2\r\n")}, FAILED},
         {"two lengths in one", {Ok("Content-Length: 4, 2\r\n", "body")}, FAILED},
         {"two tags", {Ok(4, "body", TAG + "ETag: \"u\"\r\n")}, FAILED},
@@ -144,12 +135,12 @@ TEST_F(TransportTest, BodyIsWhatTheServerMeantOrNothing)
         // Going on where it stopped.
         {"cut again", {CUT, Part("3-9/10", "3"), Part("4-9/10", "4"), Part("5-9/10", "56789")}, COMPLETE, BYTE_BY_BYTE},
         {"cut elsewhere", {HERE, CUT, REST}, COMPLETE, "/ /other /other3-t"},
-        {"in trouble", {CUT, Status(408), Status(429), Status(500), REST}, COMPLETE, "/ /3-t /3-t /3-t /3-t"},
+        {"in trouble", {CUT, Answer(408), Answer(429), Answer(500), REST}, COMPLETE, "/ /3-t /3-t /3-t /3-t"},
         {"by its date", {Cut(RANGES + DATE + LATER), Part("3-9/10", "3456789", DATE)}, COMPLETE, "/ /3-Sun,"},
         {"longer than its range", {CUT, REST + "xxx"}, COMPLETE, "/ /3-t"},
         {"size learnt late", {CUT_UNKNOWN, Part("3-5/10", "345"), Part("6-9/10", "6789")}, COMPLETE, "/ /3-t /6-t"},
         {"size never learnt",
-         {CUT_UNKNOWN, Part("3-9/*", "3456789"), Status(416, "Content-Range: bytes */10\r\n")},
+         {CUT_UNKNOWN, Part("3-9/*", "3456789"), Answer(416, "Content-Range: bytes */10\r\n")},
          "-1:0123456789",
          "/ /3-t /10-t"},
         {"only the validator repeated", {Cut(RANGES + TAG + DATE), REST}, COMPLETE, "/ /3-t"},
@@ -198,9 +189,8 @@ TEST_F(TransportTest, RequestSaysWhatItShouldAndKeepsCredentialsToTheirHost)
     EXPECT_EQ(Fetch(server.Url("/a%20b c?q=%41 +/?#fragment").insert(7, "user:pass%40word@")), "4:body");
     EXPECT_EQ(Asked(server), "/a%20b%20c?q=%41%20+/?dXNlcjpwYXNzQHdvcmQ= /otherdXNlcjpwYXNzQHdvcmQ=");
     EXPECT_EQ(Asked(other), "/file");
-    const std::string first = server.GetRequests()[0];
-    EXPECT_NE(first.find("User-Agent: Kestrel/"), std::string::npos) << first;
-    EXPECT_EQ(first.find("Accept-Encoding"), std::string::npos) << first;
+    EXPECT_NE(server.GetRequests().find("User-Agent: Kestrel/"), std::string::npos);
+    EXPECT_EQ(server.GetRequests().find("Accept-Encoding"), std::string::npos);
 
     // What was given, where it led, and what is asked there.
     const std::string cases[][3] = {
@@ -273,16 +263,15 @@ TEST_F(TransportTest, SilenceAndCancellationEndEveryState)
 
     wxSetEnv("SSL_CERT_FILE", TEST_CERTIFICATE);
     wxSetEnv("no_proxy", "127.0.0.1");
-    wxSetEnv("https_proxy",
-             serve("HTTP/1.1 407 No\r\nProxy-Authenticate: Basic realm=x\r\n" + CHUNKED + "\r\n***1\r\nx\r\n"));
+    wxSetEnv("https_proxy", serve(Answer(407, "Proxy-Authenticate: Basic realm=x\r\n" + CHUNKED, "***1\r\nx\r\n")));
     const std::string states[][3] = {
         {"no answer", serve("..."), FAILED},
         {"a handshake without an answer", "https" + serve("...").substr(4), FAILED},
         {"in the header", serve("HTTP/1.1 200 OK\r\nX..."), FAILED},
         {"in the body", serve(Ok(9, "012...")), "9:012"},
         {"between tries", serve(Ok(10, "012")), SHORT},
-        {"endless body of a redirect",
-         serve("HTTP/1.1 302 Found\r\nLocation: /\r\nContent-Length: 99999999999\r\n\r\n***x"), FAILED},
+        {"endless body of a redirect", serve(Answer(302, "Location: /\r\nContent-Length: 99999999999\r\n", "***x")),
+         FAILED},
         {"endless name of a chunk", serve(Ok(CHUNKED, "3\r\n012\r\n5;***x")), "-1:012"},
         {"endless answer of a proxy", "https://example.org/", FAILED},
         {"endless tickets of TLS", servers.emplace_back(sendTickets, tls).Url(), "9:012"},
@@ -375,7 +364,7 @@ TEST_F(TransportTest, FtpIsFetchedWithTheSameBounds)
 
 TEST_F(TransportTest, ProxyOfTheToolkitComesAfterTheProxyOfLibcurl)
 {
-    const std::string refused = "HTTP/1.1 407 No\r\nContent-Length: 9999\r\n\r\n" + std::string(9999, 'x');
+    const std::string refused = Answer(407, "Content-Length: 9999\r\n", std::string(9999, 'x'));
     ScriptedServer toolkit({refused, WHOLE}), own({refused, Ok(3, "own")});
     const std::unique_ptr<wxObject> object(wxCreateDynamicObject("wxWebModule"));
     wxModule& module = dynamic_cast<wxModule&>(*object);
@@ -393,7 +382,7 @@ TEST_F(TransportTest, ProxyOfTheToolkitComesAfterTheProxyOfLibcurl)
     }
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(4)) << "the page of a proxy is no flood";
     for (ScriptedServer* proxy : {&toolkit, &own})
-        EXPECT_EQ(proxy->GetRequests()[0].substr(0, 24), "CONNECT example.org:443 ");
+        EXPECT_EQ(proxy->GetRequests().substr(0, 24), "CONNECT example.org:443 ");
 }
 
 TEST_F(TransportTest, HoldsNoMoreThanWhatIsReadSoon)
@@ -408,7 +397,7 @@ TEST_F(TransportTest, HoldsNoMoreThanWhatIsReadSoon)
 
 TEST_F(TransportTest, VerboseLogSaysWhereAndWhyButNoPassword)
 {
-    ScriptedServer server({HERE, CUT, Status(404)});
+    ScriptedServer server({HERE, CUT, Answer(404)});
     std::ostringstream said;
     wxLogStream log(&said);
     wxLog* const before = wxLog::SetActiveTarget(&log);
@@ -416,8 +405,8 @@ TEST_F(TransportTest, VerboseLogSaysWhereAndWhyButNoPassword)
     EXPECT_EQ(Fetch(server.Url().insert(7, "user:secret@")), SHORT);
     wxLog::SetVerbose(false);
     wxLog::SetActiveTarget(before);
-    for (const char* part :
-         {"/other, attempt 1: stopped (", ") after 3 bytes", "attempt 2: cannot be resumed: status 404"})
-        EXPECT_NE(said.str().find(part), std::string::npos) << said.str();
+    const std::regex expected(
+        "/other, attempt 1: stopped \\(.+\\) after 3 bytes\n.*/other, attempt 2: cannot be resumed: status 404");
+    EXPECT_TRUE(std::regex_search(said.str(), expected)) << said.str();
     EXPECT_EQ(said.str().find("secret"), std::string::npos) << said.str();
 }
