@@ -11,21 +11,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// A protocol whose streams a test makes.
-class TestProtocol : public wxWebProtocol
+// A protocol whose only resource is its time-out.
+class TimeoutProtocol : public wxWebProtocol
 {
-    wxDECLARE_DYNAMIC_CLASS_NO_COPY(TestProtocol);
-    DECLARE_PROTOCOL(TestProtocol)
+    wxDECLARE_DYNAMIC_CLASS_NO_COPY(TimeoutProtocol);
+    DECLARE_PROTOCOL(TimeoutProtocol)
 
 public:
-    TestProtocol() = default;
-    wxInputStream* GetInputStream(const wxString&) override { return new wxStringInputStream(s_open(*this)); }
-
-    static std::function<std::string(wxProtocol&)> s_open;
+    TimeoutProtocol() = default;
+    wxInputStream* GetInputStream(const wxString&) override
+    {
+        return new wxStringInputStream(std::to_string(GetTimeout()));
+    }
 };
-std::function<std::string(wxProtocol&)> TestProtocol::s_open;
-wxIMPLEMENT_DYNAMIC_CLASS(TestProtocol, wxWebProtocol);
-IMPLEMENT_PROTOCOL(TestProtocol, wxT("test"), wxT("1"), false)
+wxIMPLEMENT_DYNAMIC_CLASS(TimeoutProtocol, wxWebProtocol);
+IMPLEMENT_PROTOCOL(TimeoutProtocol, wxT("timeout"), wxT("1"), false)
 
 namespace
 {
@@ -174,19 +174,14 @@ TEST_F(DownloadTest, EndsAtItsLimitAndLeavesAFileAloneThatIsAnothersByNow)
     EXPECT_EQ(Download(endless.Url(), Path("file"), false, 0, 5000), "1 8192/0 ");
     EXPECT_EQ(Read(Path("file")), std::string(8192, 'x'));
 
-    TestProtocol::s_open = [](wxProtocol& protocol) { return std::to_string(protocol.GetTimeout()); };
-    EXPECT_EQ(Download("test:x", Path("file")), "1 3/3 ");
+    EXPECT_EQ(Download("timeout:", Path("file")), "1 3/3 ");
     EXPECT_EQ(Read(Path("file")), "100") << "seconds that a server may be silent";
 
+    // Opening a pipe takes until somebody writes to it.
+    EXPECT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
     Receiver receiver;
-    std::promise<void> cancelled;
-    TestProtocol::s_open = [&](wxProtocol&)
-    {
-        cancelled.get_future().wait();
-        return "new";
-    };
-    (new wxDownloadFile(&receiver, "test:x", Path("file"), false, 0))->CancelDownload();
-    cancelled.set_value();
+    (new wxDownloadFile(&receiver, "file://" + Path("pipe"), Path("file"), false, 0))->CancelDownload();
+    Write(Path("pipe"), "new");
     wxMilliSleep(200);
     EXPECT_EQ(Read(Path("file")), "100");
 }

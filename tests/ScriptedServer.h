@@ -61,7 +61,6 @@ inline void HangUp(const Bio& bio) { shutdown(static_cast<int>(BIO_get_fd(bio.ge
 struct Connection
 {
     Bio bio;
-    const size_t number;        // of the server's connections, from 0
     std::future<void> dialogue; // whose thread ends before the connection does
 
     bool Send(const std::string& text) const
@@ -119,8 +118,7 @@ public:
     // Answers the n-th request, each on a connection of its own, with the n-th text, and all that follow with the last
     // one; without texts by path, as Serve() was told. end: of a request.
     explicit ScriptedServer(std::vector<std::string> texts = {}, Tls tls = nullptr, const std::string& end = "\r\n\r\n")
-        : ScriptedServer([=](const Connection& client) { client.Say(Find(client.Read(end), client.number, texts)); },
-                         tls)
+        : ScriptedServer([=](const Connection& client) { client.Say(Find(client.Read(end), texts)); }, tls)
     {
     }
 
@@ -151,26 +149,26 @@ public:
     }
 
 private:
-    std::string Find(const std::string& request, size_t number, const std::vector<std::string>& texts)
+    std::string Find(const std::string& request, const std::vector<std::string>& texts)
     {
         const std::lock_guard<std::mutex> locker(m_lock);
         m_requests += request;
         if (!texts.empty())
-            return texts[std::min(number, texts.size() - 1)];
+            return texts[std::min(m_number++, texts.size() - 1)];
         const auto found = m_answers.find(request.substr(0, request.find(" HTTP")).erase(0, 4));
         return found == m_answers.end() ? Answer(404) : found->second;
     }
 
     void Accept()
     {
-        for (size_t number = 0; BIO_do_accept(m_listener.get()) == 1; ++number)
+        while (BIO_do_accept(m_listener.get()) == 1)
         {
             m_clients.remove_if(
                 [](const Connection& client)
                 { return client.dialogue.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
             BIO* const plain = BIO_pop(m_listener.get());
             BIO* const bio = m_tls ? BIO_push(BIO_new_ssl(m_tls.get(), 0), plain) : plain;
-            m_clients.push_back({Bio(bio, &BIO_free_all), number, {}});
+            m_clients.push_back({Bio(bio, &BIO_free_all), {}});
             m_clients.back().dialogue = std::async(std::launch::async,
                                                    [this, &client = m_clients.back()]
                                                    {
@@ -188,5 +186,6 @@ private:
     std::mutex m_lock;
     std::map<std::string, std::string> m_answers; // of paths
     std::string m_requests;
+    size_t m_number = 0;             // of the text that comes next
     std::list<Connection> m_clients; // of the thread; the last member, because the dialogues use the others
 };
