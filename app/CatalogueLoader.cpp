@@ -5,17 +5,38 @@
 #include <wx/stdpaths.h>
 #include <wx/utils.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 namespace
 {
 
-// Returns whether all tables and texts of a catalogue in the GNU MO format are inside it. Its
-// header has seven numbers: a magic number, which shows the byte order; the revision; the number of
-// texts; the places of the tables of originals and of translations; two more are not used. A table
-// has the length and place of each text. A NUL follows each text.
-bool IsWhole(const wxCharBuffer& catalogue)
+// The toolkit reads the rule for plural forms by a function that calls itself at each of these.
+constexpr std::ptrdiff_t PARENTHESES_LIMIT = 100;
+
+// Returns the conversions of printf() in a text, such as "%s%s" of "%s of %s".
+std::string GetConversions(const char* text)
+{
+    std::string conversions;
+    while ((text = strchr(text, '%')))
+    {
+        const size_t length = 1 + strspn(text + 1, "#+-. 0123456789*");
+        if (isalpha(static_cast<unsigned char>(text[length])))
+            conversions.append(text, length + 1);
+        text += text[length] == '%' ? length + 1 : length;
+    }
+    return conversions;
+}
+
+// Returns whether all tables and texts of a catalogue in the GNU MO format are inside it, and
+// whether its translations fit the originals. Its header has seven numbers: a magic number, which
+// shows the byte order; the revision; the number of texts; the places of the tables of originals
+// and of translations; two more are not used. A table has the length and place of each text. A NUL
+// follows each text.
+bool IsIntact(const wxCharBuffer& catalogue)
 {
     constexpr uint32_t MAGIC = 0x950412DE, MAGIC_SWAPPED = 0xDE120495;
     constexpr uint64_t HEADER_SIZE = 28, ENTRY_SIZE = 8;
@@ -49,6 +70,17 @@ bool IsWhole(const wxCharBuffer& catalogue)
                 return false;
         }
     }
+    for (uint64_t entry = 0; entry < count * ENTRY_SIZE; entry += ENTRY_SIZE)
+    {
+        const char* const original = data + number(number(12) + entry + 4);
+        const char* const translation = data + number(number(16) + entry + 4);
+        // The translation of the empty text is the catalogue's header.
+        if (*original == '\0' &&
+            std::count(translation, translation + strlen(translation), '(') > PARENTHESES_LIMIT)
+            return false;
+        if (*original != '\0' && GetConversions(translation) != GetConversions(original))
+            return false;
+    }
     return true;
 }
 
@@ -77,7 +109,7 @@ wxMsgCatalog* CatalogueLoader::LoadCatalog(const wxString& domain, const wxStrin
                 continue;
             wxCharBuffer data(static_cast<size_t>(file.Length()));
             const ssize_t count = file.Read(data.data(), data.length());
-            if (count == file.Length() && IsWhole(data))
+            if (count == file.Length() && IsIntact(data))
                 return wxMsgCatalog::CreateFromData(data, domain);
             m_damaged.push_back(path);
         }
