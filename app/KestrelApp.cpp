@@ -1,6 +1,7 @@
 #include "app/KestrelApp.h"
 
 #include "app/CatalogueLoader.h"
+#include "app/Environment.h"
 #include "window/KestrelFrame.h"
 
 #include <wx/cmdline.h>
@@ -14,7 +15,6 @@
 #include <gtk/gtk.h>
 
 #include <clocale>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -65,19 +65,6 @@ void ReadTextsAsUtf8()
         setlocale(LC_CTYPE, "C.UTF-8");
 }
 
-// The locale "C" means that no text is translated. The toolkit knows no such language and would
-// take one from a variable that does not count then.
-void DropOverriddenLanguages()
-{
-    wxString locale;
-    for (const char* const variable : {"LC_ALL", "LC_MESSAGES", "LANG"})
-        if (wxGetEnv(variable, &locale) && !locale.empty())
-            break;
-    if (locale == "C" || locale == "POSIX" || locale.StartsWith("C."))
-        for (const char* const variable : {"LC_MESSAGES", "LANG", "LANGUAGE"})
-            wxUnsetEnv(variable);
-}
-
 } // namespace
 
 wxIMPLEMENT_APP_NO_MAIN(KestrelApp);
@@ -89,13 +76,7 @@ int main(int argc, char** argv)
     // A file that reaches the limit on the size of files then gives an error, as a full disk does.
     signal(SIGXFSZ, SIG_IGN);
 
-    // The programs that GTK starts to read pictures must not use the libraries of the application
-    // that started us. For our own libraries, the loader has read the variable already.
-    unsetenv("LD_LIBRARY_PATH");
-
-    // GTK and the toolkit read the encoding of file names from this variable; the user's value
-    // stays.
-    setenv("G_FILENAME_ENCODING", "UTF-8", 0);
+    AdaptEnvironment();
 
     // The toolkit would decode the arguments by the locale.
     std::vector<wxWCharBuffer> texts;
@@ -133,7 +114,6 @@ bool KestrelApp::OnInit()
     CatalogueLoader* const loader = new CatalogueLoader(program.GetFullPath());
     translations->SetLoader(loader);
     wxTranslations::Set(translations);
-    DropOverriddenLanguages();
     // If the locale is not installed, the user knows it, and texts are translated all the same.
     // About a damaged catalogue the user can do nothing.
     bool translated = false;

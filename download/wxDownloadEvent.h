@@ -12,7 +12,7 @@
 
 // The kinds of events. A failure means that the URL could not be opened, or that the local file
 // could not be created or written; then progress reports may have come before. A transfer that ends
-// early, for whatever other reason, is complete with fewer bytes than GetFileSize().
+// early for another reason is complete, but IsCut().
 constexpr int wxDOWNLOAD_NONE = -2;    // a new event; never posted
 constexpr int wxDOWNLOAD_FAIL = -1;    // the download has failed; the last event
 constexpr int wxDOWNLOAD_COMPLETE = 1; // the transfer has ended, the file is closed; the last event
@@ -21,7 +21,10 @@ constexpr int wxDOWNLOAD_INPROGRESS = 2; // a progress report during the transfe
 class wxDownloadEvent : public wxNotifyEvent
 {
 public:
-    wxDownloadEvent(wxEventType commandType = wxEVT_NULL, int id = 0);
+    wxDownloadEvent(wxEventType commandType = wxEVT_NULL, int id = 0)
+        : wxNotifyEvent(commandType, id)
+    {
+    }
     wxDownloadEvent(const wxDownloadEvent& event) = default;
 
     // Returns a new copy, owned by the caller.
@@ -52,6 +55,10 @@ public:
     int GetFileError() const { return m_fileError; }
     void SetFileError(int error) { m_fileError = error; }
 
+    // In a completion report: whether some of the resource is missing, even if its size is unknown.
+    bool IsCut() const { return m_cut; }
+    void SetCut(bool cut) { m_cut = cut; }
+
     // Returns how many other copies of this event exist. For the thread that posts them, these are
     // the reports that were not handled yet. An estimate while another thread deletes some.
     long GetCopyCount() const { return m_copies.use_count() - 1; }
@@ -63,6 +70,7 @@ private:
     wxLongLong_t m_downloadedBytes = 0;
     wxLongLong_t m_fileSize = 0;
     int m_fileError = 0;
+    bool m_cut = false;
     std::shared_ptr<const void> m_copies = std::make_shared<char>(); // counts itself
 
     wxDECLARE_DYNAMIC_CLASS_NO_ASSIGN(wxDownloadEvent);

@@ -11,7 +11,6 @@
 #include <wx/utils.h>
 #include <wx/window.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -21,7 +20,6 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,49 +34,32 @@ constexpr wxUint32 TIMEOUT_SECONDS = 100;
 // Bytes that are read and written at a time. A progress interval should be a multiple of it.
 constexpr size_t BLOCK_SIZE = 4096;
 
-// How many progress reports may wait to be handled.
+// How many progress reports may wait to be handled, and how long one may be held back; the window
+// does not draw more often.
 constexpr size_t QUEUE_LIMIT = 256;
-
-// How long a progress report may be held back; the window does not draw more often.
 constexpr std::chrono::milliseconds FRAME_TIME(16);
 
-// How long the end of the process waits for threads that have been told to stop. With this, closing
-// the window takes effect within a second even if a read cannot be interrupted.
+// How long the end of the process waits for threads whose reads cannot be interrupted.
 constexpr std::chrono::milliseconds EXIT_WAIT(500);
 
-// What the main thread and the download threads share. One lock serves all downloads. It is held
-// only for a post, a log message or a change of the list. Unlike a lock inside the object, it
-// outlives every thread that waits for it.
+// What the main thread and the download threads share. The lock is held only for a post or a log
+// message. Unlike a lock inside the object, it outlives every thread that waits for it.
 struct HandOff
 {
     wxMutex lock;
     wxCondition letGo{lock};
     std::atomic<bool> ending{false}; // the main loop has ended
-    std::atomic<int> downloads{0};   // the number of objects
-    std::vector<pid_t> threads;      // the kernel ids of the threads that run a download
+    std::atomic<int> threads{0};     // those that have not ended
 };
 
 HandOff& handOff = *new HandOff; // never destroyed
 
-// Removes ended threads from the list; returns whether all have ended. A detached thread cannot be
-// joined, and it still runs the toolkit's code after its object has been deleted. So only the
-// kernel knows whether it has ended.
-bool HaveThreadsEnded()
+// A detached thread still runs the toolkit's code after its object has been deleted. An object in
+// the thread's own storage is destroyed when the thread has left that code.
+struct ThreadEnd
 {
-    const auto hasEnded = [](pid_t thread)
-    { return tgkill(getpid(), thread, 0) != 0 && errno == ESRCH; };
-    const wxMutexLocker locker(handOff.lock);
-    auto& threads = handOff.threads;
-    threads.erase(std::remove_if(threads.begin(), threads.end(), hasEnded), threads.end());
-    return threads.empty() && handOff.downloads == 0;
-}
-
-// Returns the URL with its scheme in lower case, because wxURL finds no other.
-wxString WithPlainScheme(const wxString& url)
-{
-    const size_t end = url.find(':');
-    return end == wxString::npos ? url : url.Left(end).Lower() + url.Mid(end);
-}
+    ~ThreadEnd() { --handOff.threads; }
+};
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
@@ -109,9 +90,9 @@ File OpenFile(const wxString& path)
 
 } // namespace
 
-// While an object of this class exists, what the toolkit logs on the download thread goes to the
-// main thread's log, until CancelDownload() is called. The toolkit's own way from a thread to that
-// log uses the application object, and a cancelled thread may outlive that.
+// Sends what the toolkit logs on the download thread to the main thread's log, until
+// CancelDownload() is called. The toolkit's own way uses the application object, which may be gone
+// before the thread ends.
 class wxDownloadLog : public wxLog
 {
 public:
@@ -161,7 +142,7 @@ public:
             handOff.letGo.Broadcast();
         }
         const auto end = Clock::now() + EXIT_WAIT;
-        while (!HaveThreadsEnded())
+        while (handOff.threads > 0)
         {
             // Only freeing memory remains, and the thread still uses it.
             if (Clock::now() > end)
@@ -186,7 +167,6 @@ wxDownloadFile::wxDownloadFile(wxWindow* parent, wxString url, wxString localFil
     , m_notify(notify)
     , m_notifyBytes(notifyBytes)
 {
-    ++handOff.downloads;
     // This creates the log if there is none; otherwise messages from a thread would be dropped.
     wxLog::GetActiveTarget();
 
@@ -196,14 +176,12 @@ wxDownloadFile::wxDownloadFile(wxWindow* parent, wxString url, wxString localFil
         return;
     }
 
+    ++handOff.threads;
     m_started = Run() == wxTHREAD_NO_ERROR;
-    if (!m_started)
-        wxLogError("Can't start download thread!");
-}
-
-wxDownloadFile::~wxDownloadFile()
-{
-    --handOff.downloads;
+    if (m_started)
+        return;
+    --handOff.threads;
+    wxLogError("Can't start download thread!");
 }
 
 void wxDownloadFile::CancelDownload()
@@ -229,23 +207,20 @@ wxWindow* wxDownloadFile::GetReceiver() const
 wxThread::ExitCode wxDownloadFile::Entry()
 {
     m_running = true;
-    HaveThreadsEnded();
-    {
-        const wxMutexLocker locker(handOff.lock);
-        handOff.threads.push_back(gettid());
-    }
+    thread_local const ThreadEnd end;
     const wxDownloadLog log(*this);
     {
         wxDownloadEvent event(wxEVT_DOWNLOAD, static_cast<int>(GetId()));
         event.SetURL(m_url);
         event.SetDownloadedFile(m_localFile);
 
-        wxURL url(WithPlainScheme(m_url));
-        if (!Transfer(url, event))
-        {
+        // wxURL finds a scheme only in lower case.
+        wxURL url(m_url.BeforeFirst(':').Lower() + m_url.Mid(m_url.find(':')));
+        const bool complete = Transfer(url, event);
+        if (!complete)
             event.SetFileSize(0);
-            Post(event, wxDOWNLOAD_FAIL, 0);
-        }
+        Post(event, complete ? wxDOWNLOAD_COMPLETE : wxDOWNLOAD_FAIL,
+             complete ? event.GetDownloadedBytes() : 0);
     }
     const wxMutexLocker locker(handOff.lock);
     while (GetReceiver())
@@ -253,8 +228,7 @@ wxThread::ExitCode wxDownloadFile::Entry()
     return nullptr;
 }
 
-// Does the whole download. Returns true after it has posted the completion report; otherwise the
-// caller has to post the failure report.
+// Downloads the file and posts the progress reports. Returns whether it is complete.
 bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
 {
     if (url.GetError() != wxURL_NOERR)
@@ -273,11 +247,7 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
 
     const int error = Save(*stream, event);
     event.SetFileError(error);
-    if (error != 0)
-        return false;
-    stream.reset();
-    Post(event, wxDOWNLOAD_COMPLETE, event.GetDownloadedBytes());
-    return true;
+    return error == 0;
 }
 
 // Writes the stream to the local file and posts progress reports. Stores the number of bytes
@@ -298,8 +268,8 @@ int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
             Post(event, wxDOWNLOAD_INPROGRESS, bytes);
         held.clear();
         posted = Clock::now();
-        // On a line that is faster than the receiver, reports would pile up without end. The main
-        // loop handles all pending events first, so it would no longer react to the user.
+        // The main loop handles all pending events first, so it would no longer react to the user
+        // if a fast line piled up reports.
         const bool tooMany = event.GetCopyCount() >= static_cast<long>(QUEUE_LIMIT);
         while (tooMany && IsWanted() && event.GetCopyCount() > 0)
             wxMilliSleep(1);
@@ -332,6 +302,8 @@ int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
     if (std::fclose(file.release()) != 0 && error == 0)
         error = errno;
     event.SetDownloadedBytes(total);
+    const bool cut = total < m_fileSize || stream.GetLastError() == wxSTREAM_READ_ERROR;
+    event.SetCut(cut && error == 0);
     return error;
 }
 

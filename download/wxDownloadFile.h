@@ -1,19 +1,17 @@
 // A detached thread that copies one URL into one local file and reports to one window.
 //
-// Reports. The thread posts wxDownloadEvents to the receiver's event handler in this order: any
-// number of wxDOWNLOAD_INPROGRESS, then exactly one wxDOWNLOAD_COMPLETE or wxDOWNLOAD_FAIL. It
-// holds back progress reports for at most 16 ms while more can be read at once. If the receiver
-// does not keep up, the transfer pauses until the waiting reports have been handled.
+// Reports. The thread posts wxDownloadEvents to the receiver's event handler: any number of
+// wxDOWNLOAD_INPROGRESS, then exactly one wxDOWNLOAD_COMPLETE or wxDOWNLOAD_FAIL. It holds back
+// progress reports for at most 16 ms while more can be read at once. If the receiver does not keep
+// up, the transfer pauses until the waiting reports have been handled.
 //
-// Ownership. The object is created with new and deletes itself. Its owner keeps a plain pointer and
-// calls CancelDownload() exactly once: to stop the download, or after the last report has arrived.
-// Until then the object stays alive, so the pointer is valid. Afterwards the pointer must not be
-// used, and the thread posts no event and no log message any more. Events that are in the
-// receiver's queue at that moment still arrive; the receiver has to ignore them.
+// Ownership. The object is created with new and deletes itself, but not before its owner has called
+// CancelDownload(), exactly once: to stop the download, or after the last report has arrived.
+// Afterwards the thread posts no event and no log message any more. Events that are already in the
+// receiver's queue still arrive; the receiver has to ignore them.
 //
 // The end of the process. When the main loop has ended, a thread that is still in a transfer is
-// told to stop. The process waits for it before it takes down any of the toolkit's modules that the
-// thread uses. If the thread does not stop within half a second, the process ends at once.
+// told to stop. The process waits for it at most half a second, and then ends at once.
 
 #pragma once
 
@@ -31,30 +29,26 @@ class wxDownloadFile : public wxThread
 {
 public:
     // Creates and starts the thread. Call it on the main thread, after wxSocketBase::Initialize().
-    // It opens no box.
+    // It opens no box. If it fails, the toolkit's error log says why, and no report comes;
+    // CancelDownload() must be called all the same.
     //
     // parent       the receiver; not null, not owned, alive until CancelDownload() has been called
     // url          the URL to fetch; any that wxURL can open
-    // localFile    the path to write to. An existing file is overwritten once the URL has been
-    // opened. In
-    //              a folder where others can write, it must be a regular file of the user's own
-    //              with no other hard link; otherwise the download fails with EPERM or ELOOP
+    // localFile    the path to write to. Once the URL has been opened, an existing file is
+    //              overwritten. In a folder where others can write, it must be a regular file of
+    //              the user's own with no other hard link; otherwise the download fails with EPERM
+    //              or ELOOP
     // notify       whether progress reports are posted
-    // notifyBytes  the progress interval: after each block of 4096 bytes, a report is posted if the
-    // number
-    //              of bytes received is a multiple of it. No report if the interval is not positive
+    // notifyBytes  the progress interval: a report is posted after each block of 4096 bytes that
+    //              makes the number of received bytes a multiple of it; none if it is not positive
     // limit        the largest number of bytes that is wanted, or -1 for no limit. A transfer that
-    // goes
-    //              beyond it is complete there, with at most 4096 bytes more
-    //
-    // If the thread cannot be created or started, the toolkit's error log says why, and no report
-    // comes; CancelDownload() must be called all the same.
+    //              goes beyond it is complete there, with at most 4096 bytes more
     wxDownloadFile(wxWindow* parent, wxString url, wxString localFile, bool notify,
                    wxLongLong_t notifyBytes, wxLongLong_t limit = -1);
 
-    // Stops the download and gives up the object. Call it on the main thread. Returns at once,
-    // without waiting for the transfer. When the current read has ended, the thread closes the
-    // local file, which keeps what has been written, and deletes the object.
+    // Stops the download and gives up the object, without waiting for the transfer. Call it on the
+    // main thread. When the current read has ended, the thread closes the local file, which keeps
+    // what has been written, and deletes the object.
     void CancelDownload();
 
     // Returns the size of the resource in bytes: 0 before the URL has been opened, -1 if the size
@@ -71,13 +65,12 @@ public:
     void OnExit() override {}
 
 protected:
-    ~wxDownloadFile() override;
+    ~wxDownloadFile() override = default;
 
     ExitCode Entry() override;
 
 private:
     friend class wxDownloadLog;
-    friend class wxDownloadModule;
 
     wxWindow* GetReceiver() const; // null if nothing more must be posted
     bool IsWanted() { return GetReceiver() && m_running && !TestDestroy(); }

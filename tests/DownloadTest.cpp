@@ -49,6 +49,7 @@ public:
         m_ended = event.GetDownloadStatus() != wxDOWNLOAD_INPROGRESS;
         m_reports += wxString::Format("%d %lld/%lld ", event.GetDownloadStatus(), event.GetDownloadedBytes(),
                                       event.GetFileSize());
+        m_reports += event.IsCut() ? "cut " : "";
         if (event.GetFileError() != 0)
             m_reports += strerrorname_np(event.GetFileError());
     }
@@ -93,7 +94,8 @@ TEST_F(DownloadTest, ReportsAndSavesWhatTheServerSends)
         {"no progress wanted", "1 40960/40960 ", 40960, 40960, Body::Whole, false},
         {"no sensible interval", "1 40960/40960 ", 40960, 40960, Body::Whole, true, 0},
         {"no length", "2 16384/0 1 20000/0 ", 20000, 20000, Body::NoLength},
-        {"cut short", "1 10000/20000 ", 20000, 10000, Body::Cut},
+        {"cut short", "1 10000/20000 cut ", 20000, 10000, Body::Cut},
+        {"cut short of an unknown size", "1 10000/0 cut ", 20000, 10000, Body::CutChunk},
     };
     for (const auto& c : cases)
     {

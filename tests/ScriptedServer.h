@@ -37,6 +37,7 @@ enum class Body
     Whole,
     NoLength, // whole, ended by closing the connection
     Cut,      // announced whole, closed after half
+    CutChunk, // of unknown length, closed within a chunk
     Slow,     // a piece every few milliseconds
     Silent,   // announced, never sent
 };
@@ -132,10 +133,15 @@ public:
 
     void Serve(const std::string& path, const std::string& content, Body body = Body::Whole)
     {
-        const std::string said[] = {content, content, content.substr(0, content.size() / 2), "~~~" + content, "..."};
-        const std::string& text = said[static_cast<int>(body)];
+        const std::string half = content.substr(0, content.size() / 2);
+        const std::string said[] = {Ok(content.size(), content),
+                                    Ok("", content),
+                                    Ok(content.size(), half),
+                                    Ok("Transfer-Encoding: chunked\r\n", "fffff\r\n" + half),
+                                    Ok(content.size(), "~~~" + content),
+                                    Ok(content.size(), "...")};
         const std::lock_guard<std::mutex> locker(m_lock);
-        m_answers[path] = body == Body::NoLength ? Ok("", text) : Ok(content.size(), text);
+        m_answers[path] = said[static_cast<int>(body)];
     }
 
     std::string GetPort() const { return BIO_get_accept_port(m_listener.get()); }

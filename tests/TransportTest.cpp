@@ -1,5 +1,6 @@
 // http, https and ftp against servers that redirect, lie, break off, fall silent and never end.
 
+#include "app/Environment.h"
 #include "tests/Support.h"
 #include "transport/WebAddress.h"
 #include "transport/wxWebProtocol.h"
@@ -29,14 +30,15 @@ std::unique_ptr<wxInputStream> Open(
     return std::unique_ptr<wxInputStream>(url.GetInputStream());
 }
 
-// Returns "size:body", or "failed".
+// Returns "size:body", with " cut" if some of the body is missing, or "failed".
 std::string ReadAll(const std::unique_ptr<wxInputStream>& stream)
 {
     wxStringOutputStream body;
     if (!stream)
         return "failed";
     stream->Read(body);
-    return std::to_string(static_cast<long long>(stream->GetSize())) + ":" + body.GetString().utf8_string();
+    return std::to_string(static_cast<long long>(stream->GetSize())) + ":" + body.GetString().utf8_string() +
+           (stream->GetLastError() == wxSTREAM_EOF ? "" : " cut");
 }
 
 std::string Fetch(const std::string& address) { return ReadAll(Open(address)); }
@@ -95,10 +97,11 @@ std::string Cut(const std::string& headers) { return Ok(10, "012", headers); }
 
 const std::string ALL = Ok(10, "0123456789"), REST = Part("3-9/10", "3456789"), WHOLE = Ok(4, "body");
 const std::string CUT = Cut(RANGES + TAG), CUT_UNKNOWN = Ok(RANGES + TAG + CHUNKED, "3\r\n012\r\n");
+const std::string CUT_CHUNKS = Ok(CHUNKED, "3\r\n012\r\n");
 const std::string HERE = Moved(302, "/other"), NO_MORE = Answer(416, "Content-Range: bytes */10\r\n");
 const std::string BYTE_BY_BYTE = "/ /3-t /4-t /5-t";
 const std::string TEN = "/ /other /other /other /other /other /other /other /other /other /other";
-const std::string COMPLETE = "10:0123456789", SHORT = "10:012", FAILED = "failed";
+const std::string COMPLETE = "10:0123456789", SHORT = "10:012 cut", FAILED = "failed";
 
 } // namespace
 
@@ -124,6 +127,7 @@ TEST_F(TransportTest, BodyIsWhatTheServerMeantOrNothing)
         {"a part nobody asked for", {Part("0-2/10", "012")}, FAILED},
         {"interim answer first", {Answer(103, "Link: x\r\n", WHOLE)}, "4:body"},
         {"chunked", {Ok(CHUNKED, "2\r\nbo\r\n2\r\ndy\r\n0\r\n\r\n")}, "-1:body"},
+        {"chunked, and cut", {CUT_CHUNKS, Answer(404)}, "-1:012 cut", "/ /"},
         {"cut in the header", {"HTTP/1.1 200 OK\r\nContent-"}, FAILED},
         {"endless interim answers", {"***" + Answer(103, "", "")}, FAILED},
         {"two lengths", {Ok(4, "body", "Content-Length: 2\r\n")}, FAILED},
@@ -227,6 +231,7 @@ TEST_F(TransportTest, OnlyServersThatAreVouchedForAreTrusted)
     {
         wxSetEnv("SSL_CERT_FILE", file);
         wxSetEnv("SSL_CERT_DIR", directory);
+        AdaptEnvironment();
         EXPECT_EQ(Fetch(url), result) << what;
     }
     EXPECT_EQ(Asked(plain), "");
@@ -268,14 +273,14 @@ TEST_F(TransportTest, SilenceAndCancellationEndEveryState)
         {"no answer", serve("..."), FAILED},
         {"a handshake without an answer", "https" + serve("...").substr(4), FAILED},
         {"in the header", serve("HTTP/1.1 200 OK\r\nX..."), FAILED},
-        {"in the body", serve(Ok(9, "012...")), "9:012"},
+        {"in the body", serve(Ok(9, "012...")), "9:012 cut"},
         {"between tries", serve(Ok(10, "012")), SHORT},
         {"endless body of a redirect", serve(Answer(302, "Location: /\r\nContent-Length: 99999999999\r\n", "***x")),
          FAILED},
-        {"endless name of a chunk", serve(Ok(CHUNKED, "3\r\n012\r\n5;***x")), "-1:012"},
+        {"endless name of a chunk", serve(Ok(CHUNKED, "3\r\n012\r\n5;***x")), "-1:012 cut"},
         {"endless answer of a proxy", "https://example.org/", FAILED},
-        {"endless tickets of TLS", servers.emplace_back(sendTickets, tls).Url(), "9:012"},
-        {"endless empty frames of HTTP/2", serve(settings + ok + data + priorities, multiplexed, stream), "-1:012"},
+        {"endless tickets of TLS", servers.emplace_back(sendTickets, tls).Url(), "9:012 cut"},
+        {"endless empty frames of HTTP/2", serve(settings + ok + data + priorities, multiplexed, stream), "-1:012 cut"},
         {"endless frames of HTTP/2 without a header", serve(settings + priorities, multiplexed, stream), FAILED},
     };
     Clock::duration delays(0);
@@ -366,17 +371,14 @@ TEST_F(TransportTest, ProxyOfTheToolkitComesAfterTheProxyOfLibcurl)
 {
     const std::string refused = Answer(407, "Content-Length: 9999\r\n", std::string(9999, 'x'));
     ScriptedServer toolkit({refused, WHOLE}), own({refused, Ok(3, "own")});
-    const std::unique_ptr<wxObject> object(wxCreateDynamicObject("wxWebModule"));
-    wxModule& module = dynamic_cast<wxModule&>(*object);
     const auto start = Clock::now();
     for (const char* result : {"4:body", "3:own"})
     {
         wxSetEnv("HTTP_PROXY", toolkit.Url(""));
-        module.Init();
+        AdaptEnvironment();
         EXPECT_EQ(Fetch("https://example.org/"), FAILED) << "what the proxy says is not the file";
         EXPECT_EQ(Fetch("http://example.org/"), result);
         EXPECT_FALSE(wxGetEnv("HTTP_PROXY", nullptr)) << "wxURL would take it for every scheme";
-        module.Exit();
         wxSetEnv("http_proxy", own.Url(""));
         wxSetEnv("https_proxy", own.Url(""));
     }

@@ -5,11 +5,12 @@
 namespace
 {
 
-std::string GetPart(const CurlUrl& url, CURLUPart part, unsigned flags = 0)
+std::string GetPart(const CurlUrl& url, CURLUPart part)
 {
     char* text = nullptr;
-    const bool found = url && curl_url_get(url.get(), part, &text, flags) == CURLUE_OK;
-    return found ? CurlText(text).get() : std::string();
+    const unsigned flags = part == CURLUPART_PORT ? CURLU_DEFAULT_PORT : 0;
+    const CURLUcode found = curl_url_get(url.get(), part, &text, flags);
+    return found == CURLUE_OK ? CurlText(text).get() : std::string();
 }
 
 CurlUrl Parse(const std::string& text, unsigned flags = 0)
@@ -23,10 +24,10 @@ CurlUrl Parse(const std::string& text, unsigned flags = 0)
 // Returns whether credentials for one URL may be sent to the other.
 bool IsSameSite(const CurlUrl& from, const CurlUrl& to)
 {
-    const std::string fromPort = GetPart(from, CURLUPART_PORT, CURLU_DEFAULT_PORT);
-    const std::string toPort = GetPart(to, CURLUPART_PORT, CURLU_DEFAULT_PORT);
-    const bool sameScheme = GetPart(from, CURLUPART_SCHEME) == GetPart(to, CURLUPART_SCHEME);
-    return (sameScheme ? fromPort == toPort : fromPort == "80" && toPort == "443") &&
+    const auto describe = [](const CurlUrl& url)
+    { return GetPart(url, CURLUPART_SCHEME) + ":" + GetPart(url, CURLUPART_PORT); };
+    const bool upgraded = describe(from) == "http:80" && describe(to) == "https:443";
+    return (upgraded || describe(from) == describe(to)) &&
            curl_strequal(GetPart(from, CURLUPART_HOST).c_str(),
                          GetPart(to, CURLUPART_HOST).c_str());
 }

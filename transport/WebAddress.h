@@ -1,5 +1,5 @@
 // The URL (RFC 3986) that a transfer asks for: first the one it was given, later the one that the
-// answer came from. An object belongs to one thread.
+// answer came from. One thread uses an object.
 
 #pragma once
 
@@ -14,10 +14,9 @@ public:
     // if it is an ftp directory.
     bool Set(const std::string& url);
 
-    // Moves to the URL that an answer came from, as libcurl reports it. The credentials of the
-    // first URL are kept for the same host and port, and if the same host has redirected from http
-    // to https on their default ports, unless the new URL has credentials of its own. If the new
-    // URL is not valid, this does nothing.
+    // Moves to the URL that an answer came from, if it is valid. Unless it has credentials of its
+    // own, it gets those of the first URL if it has the same scheme, host and port, or if it is the
+    // same host with https on port 443 instead of http on port 80.
     void MoveTo(const char* url);
 
     // Returns the URL to ask for, with its credentials; empty if it is not valid.

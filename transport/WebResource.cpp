@@ -2,80 +2,102 @@
 
 #include <cstdio>
 
-std::string GetWebHeader(CURL* easy, const char* name)
+std::string GetWebHeader(CURL* easy, const char* name, const std::string& contradiction)
 {
+    std::string value;
     curl_header* header = nullptr;
-    const CURLHcode found = curl_easy_header(easy, name, 0, CURLH_HEADER, -1, &header);
-    return found == CURLHE_OK ? header->value : std::string();
+    for (size_t i = 0; curl_easy_header(easy, name, i, CURLH_HEADER, -1, &header) == CURLHE_OK; ++i)
+    {
+        if (i > 0 && header->value != value)
+            return contradiction;
+        value = header->value;
+    }
+    return value;
 }
 
-bool IsContradiction(CURL* easy)
+// Returns whether the last answer has several different values for its length, range, coding,
+// validators or location. libcurl would use the last of them.
+static bool IsContradiction(CURL* easy)
 {
+    // No header has this value.
     for (const char* name : {"Content-Length", "Content-Range", "Content-Encoding", "ETag",
                              "Last-Modified", "Location"})
-    {
-        const std::string first = GetWebHeader(easy, name);
-        curl_header* other = nullptr;
-        for (size_t i = 1; curl_easy_header(easy, name, i, CURLH_HEADER, -1, &other) == CURLHE_OK;
-             ++i)
-            if (other->value != first)
-                return true;
-    }
+        if (GetWebHeader(easy, name, "\n") == "\n")
+            return true;
     return GetWebHeader(easy, "Content-Length").find(',') != std::string::npos;
 }
 
+WebResource::Verdict WebResource::Judge(CURL* easy, curl_off_t received)
+{
+    const long status = GetWebInfo<long>(easy, CURLINFO_RESPONSE_CODE);
+    const curl_off_t size = GetWebInfo<curl_off_t>(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
+    // An ftp server replies with 125 or 150 before the file and with 226 or 250 after it.
+    const bool whole = (status / 100 == 2 && status != 204 && status != 205 && status != 206) ||
+                       status == 125 || status == 150;
+    if (IsContradiction(easy))
+        return Verdict::Refuse;
+    if (m_known && (status == 408 || status == 429 || status / 100 == 5))
+        return Verdict::TryAgain;
+    if (!m_known && whole)
+    {
+        Learn(easy);
+        return Verdict::Accept;
+    }
+    if (!IsResumable())
+        return whole && size == m_size ? Verdict::Accept : Verdict::Refuse;
+    if (status == 416 &&
+        GetWebHeader(easy, "Content-Range") == "bytes */" + std::to_string(received))
+        return Verdict::Complete;
+    return status == 206 && Continues(easy, received) ? Verdict::Accept : Verdict::Refuse;
+}
+
+// Stores what the first answer says about the resource.
 void WebResource::Learn(CURL* easy)
 {
-    curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &m_size);
+    m_known = true;
+    m_size = GetWebInfo<curl_off_t>(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
     m_coding = GetWebHeader(easy, "Content-Encoding");
     m_entityTag = GetWebHeader(easy, "ETag");
     m_lastModified = GetWebHeader(easy, "Last-Modified");
 
-    // Two of them may say two things, and then nothing.
-    const auto only = [easy](const char* name)
-    {
-        curl_header* header = nullptr;
-        const CURLHcode found = curl_easy_header(easy, name, 0, CURLH_HEADER, -1, &header);
-        return found == CURLHE_OK && header->amount == 1 ? header->value : std::string();
-    };
     // A date is strong only if it is older than the answer: the resource may have changed twice
     // within the second in which the answer was made.
     const auto time = [](const std::string& text) { return curl_getdate(text.c_str(), nullptr); };
     const time_t modified = time(m_lastModified);
-    const bool strongDate = m_entityTag.empty() && modified != -1 && time(only("Date")) > modified;
+    const bool strongDate =
+        m_entityTag.empty() && modified != -1 && time(GetWebHeader(easy, "Date")) > modified;
     // One tag in quotes: two that were folded into one line have more of them.
     const bool strongTag =
         m_entityTag.compare(0, 1, "\"") == 0 && m_entityTag.find('"', 1) + 1 == m_entityTag.size();
-    if (only("Accept-Ranges") == "bytes")
+    if (GetWebHeader(easy, "Accept-Ranges") == "bytes")
         m_validator = strongTag ? m_entityTag : strongDate ? m_lastModified : std::string();
 }
 
+// Returns whether the last answer is a part of the same resource that starts where the bytes
+// received end. If so, stores where the part ends, and the size of the whole if the answer gives
+// it.
 bool WebResource::Continues(CURL* easy, curl_off_t received)
 {
     const std::string range = GetWebHeader(easy, "Content-Range");
     long long first = -1, last = -1, total = -1;
     std::sscanf(range.c_str(), "bytes %lld-%lld/%lld", &first, &last, &total);
-    // Anything more, such as a second range in the same line, would be a contradiction.
-    if (range != "bytes " + std::to_string(first) + "-" + std::to_string(last) + "/" +
-                     (total < 0 ? "*" : std::to_string(total)))
-        return false;
-    if (first != received || last < first || (total >= 0 && last >= total) ||
-        (m_size >= 0 && (last >= m_size || (total >= 0 && total != m_size))))
-        return false;
-    curl_off_t size = -1;
-    curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &size);
-    if (size >= 0 && size != last - first + 1)
-        return false;
+    const curl_off_t size = GetWebInfo<curl_off_t>(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
+    // Anything more in the header, such as a second range, would be a contradiction.
+    const bool fits = range == "bytes " + std::to_string(first) + "-" + std::to_string(last) + "/" +
+                                   (total < 0 ? "*" : std::to_string(total)) &&
+                      first == received && last >= first && (total < 0 || last < total) &&
+                      (m_size < 0 || (last < m_size && (total < 0 || total == m_size))) &&
+                      (size < 0 || size == last - first + 1);
 
     // Such an answer may omit a header that is not the validator.
     const std::string tag = GetWebHeader(easy, "ETag");
     const std::string modified = GetWebHeader(easy, "Last-Modified");
     const bool byTag = m_validator == m_entityTag;
-    if (GetWebHeader(easy, "Content-Encoding") != m_coding ||
-        (tag != m_entityTag && (byTag || !tag.empty())) ||
-        (modified != m_lastModified && (!byTag || !modified.empty())))
+    const bool same = GetWebHeader(easy, "Content-Encoding") == m_coding &&
+                      (tag == m_entityTag || (!byTag && tag.empty())) &&
+                      (modified == m_lastModified || (byTag && modified.empty()));
+    if (!fits || !same)
         return false;
-
     m_end = last + 1;
     if (total >= 0)
         m_size = total;

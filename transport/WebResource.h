@@ -1,6 +1,5 @@
-// What the first answer says about a resource: its length, and what distinguishes it from another
-// one, so that the bytes of two resources are never joined (RFC 9110, sections 8.8, 13 and 14). An
-// object belongs to one thread.
+// What an answer says about a resource: whether it brings the resource, or the rest of it, and
+// never another one (RFC 9110, sections 8.8, 13 and 14). One thread uses an object.
 
 #pragma once
 
@@ -8,18 +7,37 @@
 
 #include <string>
 
-// Returns the value of the header with this name in the last answer; empty if there is none.
-std::string GetWebHeader(CURL* easy, const char* name);
+// Returns what libcurl knows about the last answer. T is the type that the information has.
+template <typename T>
+T GetWebInfo(CURL* easy, CURLINFO info)
+{
+    T value = {};
+    curl_easy_getinfo(easy, info, &value);
+    return value;
+}
 
-// Returns whether the last answer has several different values for its length, range, coding,
-// validators or location. libcurl would use the last of them.
-bool IsContradiction(CURL* easy);
+// Returns the value of the header with this name in the last answer; empty if there is none. If it
+// has several different values, returns the text given for a contradiction.
+std::string GetWebHeader(CURL* easy, const char* name, const std::string& contradiction = "");
 
 class WebResource
 {
 public:
-    // Stores what the first answer says about the resource.
-    void Learn(CURL* easy);
+    enum class Verdict
+    {
+        None, // there is no answer yet
+        Accept,
+        TryAgain, // the server has a problem that may be temporary
+        Complete, // all of the resource has arrived already
+        Refuse
+    };
+
+    // Judges the last answer as soon as its header is complete. The first one that is accepted says
+    // what the resource is. The bytes received before count from the start of the resource.
+    Verdict Judge(CURL* easy, curl_off_t received);
+
+    // Returns whether an answer has been accepted.
+    bool IsKnown() const { return m_known; }
 
     // Returns the value for an If-Range header: the entity tag if it is strong, or, if there is no
     // tag, a strong date. Empty if the server gave neither or does not offer byte ranges.
@@ -27,11 +45,6 @@ public:
 
     // Returns whether the server can be asked for the rest of the resource.
     bool IsResumable() const { return !m_validator.empty(); }
-
-    // Returns whether the last answer, with status 206, is a part of the same resource that starts
-    // at the offset received, in bytes. If so, stores where the part ends, and the size of the
-    // whole if the answer gives it.
-    bool Continues(CURL* easy, curl_off_t received);
 
     // Returns the size of the whole resource in bytes; -1 if it is not known.
     curl_off_t GetSize() const { return m_size; }
@@ -41,6 +54,10 @@ public:
     curl_off_t GetEnd() const { return m_end; }
 
 private:
+    void Learn(CURL* easy);
+    bool Continues(CURL* easy, curl_off_t received);
+
+    bool m_known = false;
     curl_off_t m_size = -1, m_end = -1;
     std::string m_validator, m_coding, m_entityTag, m_lastModified;
 };

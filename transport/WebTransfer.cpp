@@ -1,12 +1,13 @@
 #include "transport/WebTransfer.h"
 
-#include "transport/TrustStore.h"
-
 #include <wx/log.h>
 
 #include <algorithm>
-#include <cstring>
+#include <cstdlib>
 #include <thread>
+
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace
 {
@@ -26,8 +27,10 @@ constexpr milliseconds PACKET_TIME(2);
 constexpr milliseconds FIRST_PAUSE(250), LAST_PAUSE(8000);
 constexpr curl_off_t REAL_PROGRESS = 16 * 1024;
 
-// How often in a row a resource is fetched from its start without getting further.
+// How often in a row a resource is fetched from its start without getting further, and by how much
+// a byte that is only compared shortens the silence.
 constexpr int MAX_TRIES_IN_VAIN = 3;
+constexpr milliseconds COMPARE_TIME(1);
 
 // In bytes: what the reader asks for at a time; what one call takes from the network (libcurl's
 // default of 16 KiB needs more calls); and what may wait for the reader before the transfer pauses.
@@ -35,28 +38,17 @@ constexpr size_t BLOCK_SIZE = 4096;
 constexpr long RECEIVE_SIZE = 128 * 1024;
 constexpr size_t BUFFER_LIMIT = 128 * 1024;
 
-// If libcurl has called this often and none of the body has arrived, the input is a flood. From
-// then on it is read slowly, with a pause at each call. The page with which a proxy refuses takes a
-// call for each byte.
+// If libcurl has called this often without any of the body, the input is a flood, which is read
+// with a pause at each call. The page with which a proxy refuses takes a call for each byte.
 constexpr int CALLS_IN_VAIN = 65536;
 constexpr milliseconds FLOOD_PAUSE(10);
 
 } // namespace
 
-WebTransfer::WebTransfer(std::chrono::seconds timeout, std::function<bool()> cancelled)
-    : m_timeout(timeout)
-    , m_cancelled(std::move(cancelled))
-    , m_multi(curl_multi_init())
-    , m_hash(XXH3_createState())
-    , m_pause(FIRST_PAUSE)
-{
-    XXH3_64bits_reset(m_hash.get());
-}
-
 WebTransfer::~WebTransfer()
 {
     // libcurl would send QUIT to an ftp server and wait for the answer.
-    m_sockets.HangUp();
+    HangUp();
     StopRequest();
 }
 
@@ -67,26 +59,21 @@ bool WebTransfer::Open(const std::string& url)
     const std::string asked = m_address.GetUrl();
     Verdict verdict = Ask();
     // libcurl drops the credentials when a redirect leads from http to https; MoveTo() keeps them.
-    if (GetStatus() == 401 && m_address.GetUrl() != asked)
+    if (GetWebInfo<long>(m_request->easy.get(), CURLINFO_RESPONSE_CODE) == 401 &&
+        m_address.GetUrl() != asked)
         verdict = Ask();
-    if (verdict != Verdict::Accept)
-        return Fail(GetReason());
-    m_resource.Learn(m_request->easy.get());
-    m_opened = true;
-    return true;
+    return verdict == Verdict::Accept || Fail(GetReason());
 }
 
 size_t WebTransfer::OnSysRead(void* buffer, size_t size)
 {
     m_lastArrival = Clock::now(); // the reader may have been away for long
-    while (m_readPosition == m_buffer.size() && Fill() == 0 && m_lasterror != wxSTREAM_EOF)
+    while (m_readPosition == m_buffer.size() && Fill() == 0 && IsOk())
     {
-        if (m_stop)
-            Fail(m_stop);
-        // An ftp server may have a reply to send after the last byte; it is not waited for.
-        if (m_stop || m_received == m_resource.GetSize() ||
-            (m_request->ended && (!IsCut() || !Resume())))
+        if (IsComplete())
             m_lasterror = wxSTREAM_EOF;
+        else if ((m_stop || m_request->ended) && !Resume())
+            m_lasterror = wxSTREAM_READ_ERROR;
         else if (!m_request->ended)
             Wait(POLL_INTERVAL);
     }
@@ -131,7 +118,7 @@ bool WebTransfer::MayGoOn()
 bool WebTransfer::MayTakeMore(int calls)
 {
     if (!MayGoOn())
-        m_sockets.HangUp();
+        HangUp();
     else if ((m_request->callsInVain += calls) > CALLS_IN_VAIN)
         std::this_thread::sleep_for(FLOOD_PAUSE);
     return !m_stop;
@@ -141,7 +128,7 @@ bool WebTransfer::MayTakeMore(int calls)
 void WebTransfer::StartRequest(const std::string& range)
 {
     StopRequest();
-    if (!m_request || m_request->known == 0)
+    if (m_request && m_request->known == 0)
         m_expected = XXH3_64bits_digest(m_hash.get());
     XXH3_64bits_reset(m_hash.get());
     m_request = std::make_unique<Request>();
@@ -161,26 +148,55 @@ void WebTransfer::StartRequest(const std::string& range)
         curl_easy_setopt(easy, option, 1L);
     for (const CURLoption option : {CURLOPT_SSLVERSION, CURLOPT_PROXY_SSLVERSION})
         curl_easy_setopt(easy, option, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    UseTrustStore(easy);
+    for (const CURLoption option : {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO})
+        curl_easy_setopt(easy, option, std::getenv("SSL_CERT_FILE"));
+    for (const CURLoption option : {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH})
+        curl_easy_setopt(easy, option, std::getenv("SSL_CERT_DIR"));
     if (!range.empty())
     {
-        const std::string condition = "If-Range: " + m_resource.GetValidator();
-        m_request->headers.reset(curl_slist_append(nullptr, condition.c_str()));
+        m_request->headers.reset(
+            curl_slist_append(nullptr, ("If-Range: " + m_resource.GetValidator()).c_str()));
         curl_easy_setopt(easy, CURLOPT_HTTPHEADER, m_request->headers.get());
         curl_easy_setopt(easy, CURLOPT_RANGE, range.c_str());
     }
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, m_request->error);
+    SetCallbacks(easy);
+    curl_multi_add_handle(m_multi.get(), easy);
+}
+
+void WebTransfer::SetCallbacks(CURL* easy)
+{
+    const auto onProgress = [](void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
+    { return static_cast<WebTransfer*>(self)->MayTakeMore() ? 0 : 1; };
+    // Only this one is called for empty frames of HTTP/2 and empty records of TLS. A call tells of
+    // a piece, not of a byte. libcurl itself limits the size of headers.
+    const auto onDebug = [](CURL*, curl_infotype type, char*, size_t, void* self)
+    {
+        if (type != CURLINFO_HEADER_IN)
+            static_cast<WebTransfer*>(self)->MayTakeMore(64);
+        return 0;
+    };
+    const auto onOpen = [](void* self, curl_socket_t socket, curlsocktype)
+    {
+        static_cast<WebTransfer*>(self)->m_sockets.insert(socket);
+        return static_cast<int>(CURL_SOCKOPT_OK);
+    };
+    const auto onClose = [](void* self, curl_socket_t socket)
+    {
+        static_cast<WebTransfer*>(self)->m_sockets.erase(socket);
+        return close(socket);
+    };
     curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &WebTransfer::OnHeader);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &WebTransfer::OnBody);
     curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
-    curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &WebTransfer::OnProgress);
-    // Only this function is called for empty frames of HTTP/2 and empty records of TLS.
-    curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &WebTransfer::OnDebug);
+    curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, +onProgress);
+    curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, +onDebug);
+    curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, +onOpen);
+    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, +onClose);
     for (const CURLoption option :
-         {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_XFERINFODATA, CURLOPT_DEBUGDATA})
+         {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_XFERINFODATA, CURLOPT_DEBUGDATA,
+          CURLOPT_SOCKOPTDATA, CURLOPT_CLOSESOCKETDATA})
         curl_easy_setopt(easy, option, this);
-    m_sockets.Watch(easy);
-    curl_multi_add_handle(m_multi.get(), easy);
 }
 
 void WebTransfer::StopRequest()
@@ -191,6 +207,16 @@ void WebTransfer::StopRequest()
     curl_multi_remove_handle(m_multi.get(), m_request->easy.get());
 }
 
+// Ends every connection at once, as if the server had closed it, and drops what has arrived on it.
+// When useless input comes without end, libcurl's functions return only then.
+void WebTransfer::HangUp() const
+{
+    char rest[16384];
+    for (const curl_socket_t socket : m_sockets)
+        for (shutdown(socket, SHUT_RDWR); recv(socket, rest, sizeof(rest), MSG_DONTWAIT) > 0;)
+            continue;
+}
+
 // Sends a request and waits until the answer can be judged or no answer will come.
 WebTransfer::Verdict WebTransfer::Ask(const std::string& range)
 {
@@ -198,9 +224,7 @@ WebTransfer::Verdict WebTransfer::Ask(const std::string& range)
     StartRequest(range);
     for (Advance(); !m_request->answered && !m_request->ended && !m_stop; Advance())
         Wait(POLL_INTERVAL);
-    const char* url = "";
-    curl_easy_getinfo(m_request->easy.get(), CURLINFO_EFFECTIVE_URL, &url);
-    m_address.MoveTo(url);
+    m_address.MoveTo(GetWebInfo<char*>(m_request->easy.get(), CURLINFO_EFFECTIVE_URL));
     return Judge();
 }
 
@@ -225,34 +249,12 @@ void WebTransfer::Wait(milliseconds time)
     MayGoOn();
 }
 
-// Judges the current answer, if there is one yet, and stores the verdict.
+// Judges the current answer once there is one.
 WebTransfer::Verdict WebTransfer::Judge()
 {
-    Verdict& verdict = m_request->verdict;
-    if (verdict != Verdict::None || !m_request->answered)
-        return verdict;
-
-    CURL* const easy = m_request->easy.get();
-    const long status = GetStatus();
-    // An ftp server replies with 125 or 150 before the file and with 226 or 250 after it.
-    const bool whole = (status / 100 == 2 && status != 204 && status != 205 && status != 206) ||
-                       status == 125 || status == 150;
-    curl_off_t size = -1;
-    curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &size);
-
-    verdict = Verdict::Refuse;
-    if (IsContradiction(easy))
-        return verdict;
-    if (m_opened && (status == 408 || status == 429 || status / 100 == 5))
-        verdict = Verdict::TryAgain;
-    else if (!m_opened || !m_resource.IsResumable())
-        verdict = whole && (!m_opened || size == m_resource.GetSize()) ? Verdict::Accept : verdict;
-    else if (status == 206 && m_resource.Continues(easy, m_received))
-        verdict = Verdict::Accept;
-    else if (status == 416 &&
-             GetWebHeader(easy, "Content-Range") == "bytes */" + std::to_string(m_received))
-        verdict = Verdict::Complete;
-    return verdict;
+    if (m_request->answered && m_request->verdict == Verdict::None)
+        m_request->verdict = m_resource.Judge(m_request->easy.get(), m_received);
+    return m_request->verdict;
 }
 
 // Adds some of the answer's body to the buffer, after comparing what was received before. Returns
@@ -261,15 +263,10 @@ bool WebTransfer::Take(const char* data, size_t size)
 {
     if (Judge() != Verdict::Accept)
         return false;
-    // What is only compared ends no silence; but while it flows, there is none.
-    const auto now = Clock::now();
-    if (m_request->known > 0)
-        m_lastArrival += std::min<Clock::duration>(now - m_lastTaken, std::chrono::seconds(1));
-    else
-        m_lastArrival = now;
-    m_lastTaken = now;
-
     curl_off_t& known = m_request->known;
+    const auto now = Clock::now();
+    m_lastArrival =
+        known > 0 ? std::min(now, m_lastArrival + COMPARE_TIME * static_cast<long>(size)) : now;
     if (known > 0)
     {
         const size_t part = std::min(size, static_cast<size_t>(known));
@@ -295,47 +292,43 @@ bool WebTransfer::Take(const char* data, size_t size)
     return true;
 }
 
-// Returns whether some of the body may be missing after the answer has ended. If the size is not
-// known, only the server knows whether a part was the last one.
-bool WebTransfer::IsCut() const
+// Returns whether all of the resource has arrived. If its size is not known, only the server knows
+// whether a part was the last one.
+bool WebTransfer::IsComplete() const
 {
-    return m_request->verdict == Verdict::Accept &&
-           (m_resource.GetSize() >= 0 || m_resource.GetEnd() >= 0 || m_request->known > 0 ||
-            m_request->result != CURLE_OK);
+    // An ftp server may have a reply to send after the last byte; it is not waited for.
+    return m_received == m_resource.GetSize() || m_request->verdict == Verdict::Complete ||
+           (m_request->ended && m_request->verdict == Verdict::Accept &&
+            m_request->result == CURLE_OK && m_request->known == 0 && m_resource.GetSize() < 0 &&
+            m_resource.GetEnd() < 0);
 }
 
-// Asks for the rest until it comes or until it is certain that no more will come. Returns whether
-// it comes.
+// Asks for the rest until an answer is acceptable. Returns false if there is none.
 bool WebTransfer::Resume()
 {
+    if (m_request->verdict == Verdict::Refuse)
+        return false;
     m_triesInVain = m_received > m_reached ? 0 : m_triesInVain + 1;
     if (m_received - m_reached >= REAL_PROGRESS)
-        m_pause = FIRST_PAUSE;
+        m_pause = milliseconds::zero();
     m_reached = m_received;
     for (;;)
     {
         Fail("stopped (" + GetReason() + ") after " + std::to_string(m_received) + " bytes");
         if (!m_resource.IsResumable() && m_triesInVain == MAX_TRIES_IN_VAIN)
             return Fail("fetched anew too often without getting further");
+        m_pause = std::clamp(2 * m_pause, FIRST_PAUSE, LAST_PAUSE);
         for (const auto end = Clock::now() + m_pause; MayGoOn() && Clock::now() < end;)
             std::this_thread::sleep_for(POLL_INTERVAL);
         if (m_stop)
             return Fail(m_stop);
-        m_pause = std::min(2 * m_pause, LAST_PAUSE);
         const Verdict verdict =
             Ask(m_resource.IsResumable() ? std::to_string(m_received) + "-" : std::string());
         if (verdict == Verdict::Accept || verdict == Verdict::Complete)
-            return verdict == Verdict::Accept;
+            return true;
         if (verdict == Verdict::Refuse)
             return Fail("cannot be resumed: " + GetReason());
     }
-}
-
-long WebTransfer::GetStatus() const
-{
-    long status = 0;
-    curl_easy_getinfo(m_request->easy.get(), CURLINFO_RESPONSE_CODE, &status);
-    return status;
 }
 
 std::string WebTransfer::GetReason() const
@@ -343,7 +336,8 @@ std::string WebTransfer::GetReason() const
     if (m_stop)
         return m_stop;
     if (m_request->verdict != Verdict::None && m_request->verdict != Verdict::Accept)
-        return "status " + std::to_string(GetStatus());
+        return "status " +
+               std::to_string(GetWebInfo<long>(m_request->easy.get(), CURLINFO_RESPONSE_CODE));
     if (m_request->result == CURLE_OK)
         return "the answer ended early";
     return m_request->error[0] ? m_request->error : curl_easy_strerror(m_request->result);
@@ -361,26 +355,23 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
 {
     WebTransfer& transfer = *static_cast<WebTransfer*>(self);
     Request& request = *transfer.m_request;
+    CURL* const easy = request.easy.get();
     if (!transfer.MayGoOn())
         return 0;
     // A header line counts as an arrival, because each redirect may take its time. The replies of
     // an ftp server do not count, because their number has no limit.
-    if (!transfer.m_opened && !transfer.m_address.IsFtp())
+    if (!transfer.m_resource.IsKnown() && !transfer.m_address.IsFtp())
         transfer.m_lastArrival = Clock::now();
     // Another header follows an interim answer (1xx) or a redirect. The replies of an ftp server
     // come here too.
     const bool lastLine = size <= 2 && (data[0] == '\r' || data[0] == '\n');
-    const long status = transfer.GetStatus();
+    const long status = GetWebInfo<long>(easy, CURLINFO_RESPONSE_CODE);
     if (!lastLine || status < 200 || transfer.m_address.IsFtp())
         return size;
 
-    CURL* const easy = request.easy.get();
     const bool moved = (status >= 301 && status <= 303) || status == 307 || status == 308;
-    request.answered = !moved || request.headers || GetWebHeader(easy, "Location").empty() ||
-                       IsContradiction(easy);
-    const char* url = "";
-    curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &url);
-    if (std::strncmp(url, "https:", 6) == 0)
+    request.answered = !moved || request.headers || GetWebHeader(easy, "Location").empty();
+    if (curl_strequal(GetWebInfo<char*>(easy, CURLINFO_SCHEME), "https"))
         curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "https");
     // libcurl would also follow other statuses from 300 to 399; this ends the request instead.
     return status / 100 == 3 && request.answered ? 0 : size;

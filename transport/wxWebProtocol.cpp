@@ -5,21 +5,7 @@
 #include <wx/module.h>
 #include <wx/url.h>
 
-#include <cstdlib>
 #include <memory>
-
-// If HTTP_PROXY is set, wxURL uses its own http with that proxy, whatever the scheme. So its value
-// moves to the variables that libcurl reads, unless these are set.
-static void AdoptProxy()
-{
-    const char* const proxy = std::getenv("HTTP_PROXY");
-    if (!proxy)
-        return;
-    setenv("http_proxy", proxy, 0);
-    if (!std::getenv("HTTPS_PROXY") && !std::getenv("all_proxy") && !std::getenv("ALL_PROXY"))
-        setenv("https_proxy", proxy, 0);
-    unsetenv("HTTP_PROXY");
-}
 
 wxIMPLEMENT_ABSTRACT_CLASS(wxWebProtocol, wxProtocol);
 
@@ -45,12 +31,7 @@ WEB_PROTOCOL(wxWebFTPProtocol, "ftp", "21")
 class wxWebModule : public wxModule
 {
 public:
-    bool OnInit() override
-    {
-        AdoptProxy();
-        return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
-    }
-
+    bool OnInit() override { return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK; }
     void OnExit() override { curl_global_cleanup(); }
 
 private:

@@ -1,14 +1,8 @@
 // Provides http, https and ftp for wxURL, on libcurl. When the program starts, these classes
 // register themselves before the toolkit's own.
 //
-// wxURL gives a protocol only the path of an address, so the caller has to pass the whole address:
-//
-//     wxURL url(address);
-//     if (wxWebProtocol* const web = dynamic_cast<wxWebProtocol*>(&url.GetProtocol()))
-//         web->SetRequest(address, cancelled);
-//     const std::unique_ptr<wxInputStream> stream(url.GetInputStream());
-//
-// An object and its stream belong to one thread; this can be any thread.
+// wxURL gives a protocol only the path of an address, so the caller has to pass the whole one to
+// the wxWebProtocol in wxURL::GetProtocol(). One thread uses an object and its stream.
 
 #pragma once
 
@@ -22,15 +16,13 @@ public:
     // Sets what GetInputStream() will fetch. Call it first.
     //
     // address    the whole URL
-    // cancelled  called at least every 50 milliseconds while a call to GetInputStream() or to its
-    // stream
-    //            lasts, on the same thread; once it returns true, that call ends. It must stay
+    // cancelled  called at least every 50 milliseconds during each call to GetInputStream() or its
+    //            stream, on the same thread; once it returns true, that call ends. It must stay
     //            valid as long as the stream exists
     void SetRequest(const wxString& address, std::function<bool()> cancelled);
 
-    // Returns a stream of the body if the answer is a success, otherwise null. The caller deletes
-    // the stream. SetTimeout() sets how long nothing may arrive. WebTransfer has the rest of the
-    // contract.
+    // Returns a WebTransfer, which the caller deletes, or null if WebTransfer::Open() has failed.
+    // SetTimeout() sets how long nothing may arrive.
     wxInputStream* GetInputStream(const wxString& path) override;
 
     // Unused; required by wxProtocol.

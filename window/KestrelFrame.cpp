@@ -323,7 +323,7 @@ void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
         if (event.GetDownloadedFile() == m_fileInfoPath)
         {
             // A text that was cut may end in the middle of a version: it is not read.
-            if (event.GetDownloadedBytes() < event.GetFileSize())
+            if (event.IsCut())
                 m_place.Release();
             ProcessFileInfo();
         }
@@ -339,13 +339,14 @@ void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
 // A download that ended early is reported as complete, but the installer may not work.
 void KestrelFrame::WarnIfCut(const wxDownloadEvent& event)
 {
-    if (event.GetDownloadedBytes() < event.GetFileSize())
+    const wxLongLong_t size = event.GetFileSize();
+    if (event.IsCut())
         // TRANSLATORS: The first two '%s' are sizes, as in "Only 1.50 MB of 4.00 MB", the third is
-        // the name of the file.
+        // the name of the file. A size that is not known is "?".
         // xgettext:c-format
         wxLogWarning(_("Only %s of %s of '%s' have arrived."),
                      FormatFileSize(event.GetDownloadedBytes()),
-                     FormatFileSize(event.GetFileSize()),
+                     size > 0 ? FormatFileSize(size) : wxString("?"),
                      ShortenForBox(event.GetDownloadedFile().AfterLast('/'), this));
 }
 
