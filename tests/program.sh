@@ -64,7 +64,7 @@ kill "$program"
 wait "$program" 2>/dev/null || true
 
 echo "The whole way, over redirects to https and back, with neither a locale nor descriptors"
-LC_ALL=C start "$http/=$https/ä.txt" bash -c 'exec "$@" <&- >&- 2>&-' _ "$build/kestrel"
+LC_ALL=C LANG=de_DE.UTF-8 start "$http/=$https/ä.txt" bash -c 'exec "$@" <&- >&- 2>&-' _ "$build/kestrel"
 wait_for "New Version Available"
 [[ $(readlink "/proc/$program/fd/2") == /dev/null ]] || fail "descriptor 2 is free for anything"
 for title in "New Version Available" "Where would you like to save this installer?" ""; do
@@ -82,7 +82,8 @@ answer "File Not Saved"
 ended "a limit on files"
 
 echo "Closed while a box is open it ends with status 0, in English where its catalogue is damaged"
-truncate --size 900 "$HOME/locale/de/LC_MESSAGES/kestrel.mo"
+catalogue=$HOME/locale/de/LC_MESSAGES/kestrel.mo
+sed 's/»%s«/»%n«/' "$(dirname "$0")/../locale/de.po" | msgfmt --output-file="$catalogue" -
 for row in "none.txt|Website Unreachable" "ä.txt|New Version Available|Where would you like to save this installer?"; do
     IFS='|' read -r -a boxes <<<"$row"
     start "$https/${boxes[0]}" env LC_ALL=de_DE.UTF-8 "$work/linked"
@@ -92,6 +93,7 @@ for row in "none.txt|Website Unreachable" "ä.txt|New Version Available|Where wo
         wmctrl -F -c "$box"
     done
     ended "closing ${boxes[*]}"
+    truncate --size 900 "$catalogue"
 done
 
 echo "Closed at any instant it ends at once, with status 0"
