@@ -117,9 +117,10 @@ bool WebTransfer::MayGoOn()
 // The same, for calls by libcurl. It slows down a flood.
 bool WebTransfer::MayTakeMore(int calls)
 {
+    m_request->callsInVain += calls;
     if (!MayGoOn())
         HangUp();
-    else if ((m_request->callsInVain += calls) > CALLS_IN_VAIN)
+    else if (m_request->callsInVain > CALLS_IN_VAIN)
         std::this_thread::sleep_for(FLOOD_PAUSE);
     return !m_stop;
 }
@@ -362,8 +363,7 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
     // an ftp server do not count, because their number has no limit.
     if (!transfer.m_resource.IsKnown() && !transfer.m_address.IsFtp())
         transfer.m_lastArrival = Clock::now();
-    // Another header follows an interim answer (1xx) or a redirect. The replies of an ftp server
-    // come here too.
+    // Another header follows an interim answer (1xx) or a redirect. Replies over ftp come here too.
     const bool lastLine = size <= 2 && (data[0] == '\r' || data[0] == '\n');
     const long status = GetWebInfo<long>(easy, CURLINFO_RESPONSE_CODE);
     if (!lastLine || status < 200 || transfer.m_address.IsFtp())
