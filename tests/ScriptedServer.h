@@ -31,16 +31,15 @@ inline std::string Ok(size_t length, const std::string& body, const std::string&
     return Ok("Content-Length: " + std::to_string(length) + "\r\n" + headers, body);
 }
 
-// What the server does with the body of an answer.
-enum class Body
+// Answers with a body that is whole, of a length that only the end of the connection tells, or closed after half.
+inline std::string Whole(const std::string& body) { return Ok(body.size(), body); }
+inline std::string OfNoLength(const std::string& body) { return Ok("", body); }
+inline std::string Half(const std::string& body) { return Ok(body.size(), body.substr(0, body.size() / 2)); }
+inline std::string HalfAChunk(const std::string& body)
 {
-    Whole,
-    NoLength, // whole, ended by closing the connection
-    Cut,      // announced whole, closed after half
-    CutChunk, // of unknown length, closed within a chunk
-    Slow,     // a piece every few milliseconds
-    Silent,   // announced, never sent
-};
+    return Ok("Transfer-Encoding: chunked\r\n", "fffff\r\n" + body.substr(0, body.size() / 2));
+}
+using Body = decltype(&Whole);
 
 using Tls = std::shared_ptr<SSL_CTX>;
 
@@ -108,17 +107,20 @@ public:
     using Dialogue = std::function<void(const Connection& client)>;
 
     // Speaks with each client until the dialogue returns.
-    explicit ScriptedServer(Dialogue dialogue, Tls tls = nullptr)
-        : m_dialogue(std::move(dialogue)), m_tls(std::move(tls))
+    explicit ScriptedServer(Dialogue dialogue, const Tls& tls = nullptr)
+        : m_dialogue(std::move(dialogue)), m_scheme(tls ? "https" : "http")
     {
         signal(SIGPIPE, SIG_IGN); // OpenSSL knows no better
+        if (tls)
+            BIO_set_accept_bios(m_listener.get(), BIO_new_ssl(tls.get(), 0));
         BIO_do_accept(m_listener.get());
         m_thread = std::thread([this] { Accept(); });
     }
 
     // Answers the n-th request, each on a connection of its own, with the n-th text, and all that follow with the last
     // one; without texts by path, as Serve() was told. end: of a request.
-    explicit ScriptedServer(std::vector<std::string> texts = {}, Tls tls = nullptr, const std::string& end = "\r\n\r\n")
+    explicit ScriptedServer(std::vector<std::string> texts = {}, const Tls& tls = nullptr,
+                            const std::string& end = "\r\n\r\n")
         : ScriptedServer([=](const Connection& client) { client.Say(Find(client.Read(end), texts)); }, tls)
     {
     }
@@ -131,17 +133,10 @@ public:
             HangUp(client.bio);
     }
 
-    void Serve(const std::string& path, const std::string& content, Body body = Body::Whole)
+    void Serve(const std::string& path, const std::string& answer)
     {
-        const std::string half = content.substr(0, content.size() / 2);
-        const std::string said[] = {Ok(content.size(), content),
-                                    Ok("", content),
-                                    Ok(content.size(), half),
-                                    Ok("Transfer-Encoding: chunked\r\n", "fffff\r\n" + half),
-                                    Ok(content.size(), "~~~" + content),
-                                    Ok(content.size(), "...")};
         const std::lock_guard<std::mutex> locker(m_lock);
-        m_answers[path] = said[static_cast<int>(body)];
+        m_answers[path] = answer;
     }
 
     std::string GetPort() const { return BIO_get_accept_port(m_listener.get()); }
@@ -172,9 +167,7 @@ private:
             m_clients.remove_if(
                 [](const Connection& client)
                 { return client.dialogue.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
-            BIO* const plain = BIO_pop(m_listener.get());
-            BIO* const bio = m_tls ? BIO_push(BIO_new_ssl(m_tls.get(), 0), plain) : plain;
-            m_clients.push_back({Bio(bio, &BIO_free_all), {}});
+            m_clients.push_back({Bio(BIO_pop(m_listener.get()), &BIO_free_all), {}});
             m_clients.back().dialogue = std::async(std::launch::async,
                                                    [this, &client = m_clients.back()]
                                                    {
@@ -185,8 +178,7 @@ private:
     }
 
     const Dialogue m_dialogue;
-    const Tls m_tls;
-    const std::string m_scheme = m_tls ? "https" : "http";
+    const std::string m_scheme;
     const Bio m_listener{BIO_new_accept("127.0.0.1:0"), &BIO_free_all};
     std::thread m_thread;
     std::mutex m_lock;

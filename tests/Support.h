@@ -10,7 +10,7 @@
 #include <wx/filename.h>
 #include <wx/wx.h>
 
-#include <atomic>
+#include <filesystem>
 #include <fstream>
 #include <random>
 

@@ -5,14 +5,8 @@
 #include "window/FileInfo.h"
 #include "window/KestrelFrame.h"
 
-#include <wx/filedlg.h>
-#include <wx/log.h>
 #include <wx/modalhook.h>
-#include <wx/msgdlg.h>
-#include <wx/stattext.h>
 #include <wx/weakref.h>
-
-#include <array>
 
 #include <glob.h>
 #include <gtk/gtk.h>
@@ -39,11 +33,10 @@ std::string Rows()
     return rows;
 }
 
-// Waits for the clock, by which rates are measured, to begin a new second.
+// Waits until the clock by which rates are measured, which may be some milliseconds late, begins a new second.
 void AwaitSecond()
 {
-    for (const time_t now = time(nullptr); time(nullptr) == now; wxMilliSleep(1))
-        continue;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1010 - wxGetUTCTimeMillis().GetValue() % 1000));
 }
 
 std::string Box(const wxString& title, const wxString& text, long style = wxOK | wxCENTRE | wxICON_INFORMATION)
@@ -91,9 +84,9 @@ protected:
         return SeenToTheEnd();
     }
 
-    std::string Check(const std::string& fileInfo, const std::string& answer = "no", Body body = Body::Whole)
+    std::string Check(const std::string& fileInfo, const std::string& answer = "no", Body body = Whole)
     {
-        m_server.Serve("/info.txt", fileInfo, body);
+        m_server.Serve("/info.txt", body(fileInfo));
         return Run(m_server.Url("/info.txt"), answer);
     }
 
@@ -190,7 +183,7 @@ TEST_F(WindowTest, VersionIsReadFromAnHonestTextOnly)
     const std::string plain = "[A]\nVersion=2\n", none = "none", rest = std::string(63, '$') + std::string(1933, '1');
     const wxCharBuffer utf16 = (wxString(wxUniChar(0xFEFF)) + plain).mb_str(wxMBConvUTF16LE());
     wxSetEnv("LONG", std::string(2100, '2'));
-    const std::array<std::string, 4> cases[] = {
+    const std::string cases[][4] = {
         {"limits", plain + std::string(120000, 'x') + "\n[" + std::string(100, '/') + std::string(65533, '\n'), "A",
          "2"},
         {"too deep", plain + "[" + std::string(101, '/'), "A", none},
@@ -224,17 +217,17 @@ TEST_F(WindowTest, DialogueGoesItsWholeWay)
                              "|a&b.tar.gz|Installation Package (*.gz)|*.gz\n";
     const auto offer = [&](Body body, const std::string& answer)
     {
-        m_server.Serve("/d/a&b.tar.gz", Bytes(70000), body);
+        m_server.Serve("/d/a&b.tar.gz", body(Bytes(70000)));
         return Check("[A]\nVersion=2\nLink=" + m_server.Url("/d/a&b.tar.gz"), answer);
     };
-    EXPECT_EQ(offer(Body::Whole, saved), save + DONE);
+    EXPECT_EQ(offer(Whole, saved), save + DONE);
     EXPECT_EQ(m_rows, "File Name: a&b.tar.gz|File Size: 68.36 kB|Progress: 100.00 % (0.00 kBps)|");
-    EXPECT_EQ(offer(Body::Whole, "no"), QUESTION);
+    EXPECT_EQ(offer(Whole, "no"), QUESTION);
     wxRmdir(Path("home/Desktop"));
-    EXPECT_EQ(offer(Body::Whole, ""), save);
-    EXPECT_EQ(offer(Body::Whole, Path("tmp/nvrFileInfo.txt")), save + UNKNOWN);
-    EXPECT_EQ(offer(Body::NoLength, saved), save + DONE);
-    for (const auto& [body, size] : {std::pair(Body::Cut, "68.36 kB"), std::pair(Body::CutChunk, "?")})
+    EXPECT_EQ(offer(Whole, ""), save);
+    EXPECT_EQ(offer(Whole, Path("tmp/nvrFileInfo.txt")), save + UNKNOWN);
+    EXPECT_EQ(offer(OfNoLength, saved), save + DONE);
+    for (const auto& [body, size] : {std::pair(Half, "68.36 kB"), std::pair(HalfAChunk, "?")})
     {
         const wxString warning = wxString::Format("Only 34.18 kB of %s of 'saved' have arrived.", size);
         EXPECT_EQ(offer(body, saved), save + Box("Kestrel_tests Warning", warning, wxOK | wxICON_EXCLAMATION) + DONE);
@@ -247,12 +240,12 @@ TEST_F(WindowTest, DialogueGoesItsWholeWay)
               Box("Website Unreachable", "Unable to download file 'none.txt'.\n"
                                          "Please verify that your have a working internet connection and that "
                                          "the file is available at that address."));
-    EXPECT_EQ(Check("[A]\nVersion=2\n***;", "no", Body::NoLength), UNKNOWN) << "a text without end";
+    EXPECT_EQ(Check("[A]\nVersion=2\n***;", "no", OfNoLength), UNKNOWN) << "a text without end";
 }
 
 TEST_F(WindowTest, SecondCheckIsRefusedAndChangesNothing)
 {
-    m_server.Serve("/info.txt", "[A]\nVersion=1");
+    m_server.Serve("/info.txt", Whole("[A]\nVersion=1"));
     KestrelFrame* const window = Open(true);
     window->CheckForUpdate(m_server.Url("/info.txt"), "A", "1");
     window->CheckForUpdate("", "", "");
@@ -261,7 +254,7 @@ TEST_F(WindowTest, SecondCheckIsRefusedAndChangesNothing)
 
 TEST_F(WindowTest, ReportsAreShownWithinTheDisplay)
 {
-    m_server.Serve("/info.txt", ";", Body::Silent);
+    m_server.Serve("/info.txt", Ok(1, "..."));
     KestrelFrame* const window = Open(true);
     Pump([] { return false; }, 1);
     AwaitSecond();
@@ -370,7 +363,7 @@ TEST_F(WindowTest, EachRunReadsAFileOfItsOwnMaking)
     }
 
     // What somebody replaces or can change while it arrives is not read.
-    m_server.Serve("/slow.txt", fresh + "\n" + std::string(200000, ';'), Body::Slow);
+    m_server.Serve("/slow.txt", Ok(200000, "~~~" + fresh + "\n" + std::string(200000, ';')));
     const std::function<int()> attacks[] = {
         [&] { return rename(other.c_str(), path.c_str()); }, [&] { return link(path.c_str(), Path("second").c_str()); },
         [&] { return chmod(path.c_str(), 0620); }, [&] { return chmod(path.c_str(), 0602); }};
