@@ -20,8 +20,10 @@ namespace
 using std::chrono::milliseconds;
 using TransportTest = KestrelTest;
 
-std::unique_ptr<wxInputStream> Open(
-    const std::string& address, long timeout = 20, const std::function<bool()>& cancelled = [] { return false; })
+const std::function<bool()> NEVER = [] { return false; };
+
+std::unique_ptr<wxInputStream> Open(const std::string& address, long timeout = 20,
+                                    const std::function<bool()>& cancelled = NEVER)
 {
     wxURL url(address);
     wxWebProtocol& web = dynamic_cast<wxWebProtocol&>(url.GetProtocol());
