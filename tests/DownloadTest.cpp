@@ -85,7 +85,7 @@ TEST_F(DownloadTest, ReportsAndSavesWhatTheServerSends)
         {"no sensible interval", "1 40960/40960 ", 40960, 40960, Whole, true, 0},
         {"no length", "2 16384/0 1 20000/0 ", 20000, 20000, OfNoLength},
         {"cut short", "1 10000/20000 cut ", 20000, 10000, Half},
-        {"cut short of an unknown size", "1 10000/0 cut ", 20000, 10000, HalfAChunk},
+        {"cut short of an unknown size", "2 16384/0 1 20000/0 cut ", 20000, 20000, HalfAChunk},
     };
     for (const auto& c : cases)
     {
@@ -105,13 +105,9 @@ TEST_F(DownloadTest, ReportsAndSavesWhatTheServerSends)
 TEST_F(DownloadTest, WhatCannotBeOpenedFailsAndTouchesNothing)
 {
     Write(Path("kept"), "kept");
-    const std::string urls[] = {"",
-                                "no-scheme",
-                                "unknown://127.0.0.1/x",
-                                "http://127.0.0.1:1/x",
-                                "http://no-such-host.invalid/x",
-                                m_server.Url("/missing")};
-    for (const std::string& url : urls)
+    const std::string missing = m_server.Url("/missing");
+    for (const std::string url : {"", "no-scheme", "unknown://127.0.0.1/x", "http://127.0.0.1:1/x",
+                                  "http://no-such-host.invalid/x", missing.c_str()})
     {
         EXPECT_EQ(Download(url, Path("new")), "-1 0/0 ") << url;
         EXPECT_FALSE(wxFileExists(Path("new"))) << url;
@@ -189,8 +185,8 @@ TEST_F(DownloadTest, NothingReachesAReceiverThatHasLetGo)
     std::minstd_rand random(std::random_device{}());
     for (int i = 0; i < 300; ++i)
     {
-        Receiver receiver;
-        wxDownloadFile* const download = new wxDownloadFile(&receiver, urls[i % 4], Path("file"), true, 4096);
+        const auto receiver = std::make_unique<Receiver>(); // where an address sanitizer sees it used too late
+        wxDownloadFile* const download = new wxDownloadFile(receiver.get(), urls[i % 4], Path("file"), true, 4096);
         const auto instant = Clock::now() + std::chrono::microseconds(random() % 10000);
         Pump([&] { return Clock::now() > instant; });
         download->CancelDownload();

@@ -19,6 +19,8 @@
 #include <thread>
 #include <vector>
 
+const std::string CHUNKED = "Transfer-Encoding: chunked\r\n";
+
 inline std::string Answer(int status, const std::string& headers = "", const std::string& body = "a page")
 {
     return "HTTP/1.1 " + std::to_string(status) + " Reason\r\n" + headers + "\r\n" + body;
@@ -31,14 +33,11 @@ inline std::string Ok(size_t length, const std::string& body, const std::string&
     return Ok("Content-Length: " + std::to_string(length) + "\r\n" + headers, body);
 }
 
-// Answers with a body that is whole, of a length that only the end of the connection tells, or closed after half.
+// Answers with a body that is whole, of a length that only the end of the connection tells, half, or half a chunk.
 inline std::string Whole(const std::string& body) { return Ok(body.size(), body); }
 inline std::string OfNoLength(const std::string& body) { return Ok("", body); }
 inline std::string Half(const std::string& body) { return Ok(body.size(), body.substr(0, body.size() / 2)); }
-inline std::string HalfAChunk(const std::string& body)
-{
-    return Ok("Transfer-Encoding: chunked\r\n", "fffff\r\n" + body.substr(0, body.size() / 2));
-}
+inline std::string HalfAChunk(const std::string& body) { return Ok(CHUNKED, "fffff\r\n" + body); }
 using Body = decltype(&Whole);
 
 using Tls = std::shared_ptr<SSL_CTX>;
@@ -164,9 +163,6 @@ private:
     {
         while (BIO_do_accept(m_listener.get()) == 1)
         {
-            m_clients.remove_if(
-                [](const Connection& client)
-                { return client.dialogue.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
             m_clients.push_back({Bio(BIO_pop(m_listener.get()), &BIO_free_all), {}});
             m_clients.back().dialogue = std::async(std::launch::async,
                                                    [this, &client = m_clients.back()]

@@ -34,8 +34,6 @@ class KestrelTest : public testing::Test
 protected:
     void SetUp() override
     {
-        char folder[] = "/tmp/kestrel-test-XXXXXX";
-        m_folder = mkdtemp(folder);
         for (const char* name : {"home", "home/Desktop", "tmp", "run"})
             wxMkdir(Path(name));
         wxSetWorkingDirectory(m_folder);
@@ -70,5 +68,5 @@ protected:
     ScriptedServer m_server;
 
 private:
-    std::string m_folder;
+    const std::string m_folder = mkdtemp(std::string("/tmp/kestrel-test-XXXXXX").data());
 };

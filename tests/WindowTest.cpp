@@ -227,9 +227,10 @@ TEST_F(WindowTest, DialogueGoesItsWholeWay)
     EXPECT_EQ(offer(Whole, ""), save);
     EXPECT_EQ(offer(Whole, Path("tmp/nvrFileInfo.txt")), save + UNKNOWN);
     EXPECT_EQ(offer(OfNoLength, saved), save + DONE);
-    for (const auto& [body, size] : {std::pair(Half, "68.36 kB"), std::pair(HalfAChunk, "?")})
+    for (const auto& [body, arrived] :
+         {std::pair(Half, "34.18 kB of 68.36 kB"), std::pair(HalfAChunk, "68.36 kB of ?")})
     {
-        const wxString warning = wxString::Format("Only 34.18 kB of %s of 'saved' have arrived.", size);
+        const wxString warning = wxString::Format("Only %s of 'saved' have arrived.", arrived);
         EXPECT_EQ(offer(body, saved), save + Box("Kestrel_tests Warning", warning, wxOK | wxICON_EXCLAMATION) + DONE);
         EXPECT_EQ(Check("[A]\nVersion=2\n\n\n[A]\nVersion=2\n", "no", body), UNKNOWN);
     }

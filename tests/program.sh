@@ -12,11 +12,7 @@ export HOME=$work/ö TMPDIR=$work/tmp SSL_CERT_FILE=$work/web.pem
 mkdir -p "$HOME/Desktop" "$TMPDIR" "$work/web"
 unset http_proxy https_proxy all_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY
 start_server "$work/web"
-finish() {
-    kill "$server"
-    rm -rf "$work"
-}
-trap finish EXIT
+trap 'kill "$server"; rm -rf "$work"' EXIT
 fail() {
     echo "FAILED: $*" >&2
     exit 1
