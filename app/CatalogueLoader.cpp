@@ -14,8 +14,9 @@
 namespace
 {
 
-// The toolkit reads the rule for plural forms by a function that calls itself at each of these.
-constexpr std::ptrdiff_t PARENTHESES_LIMIT = 100;
+// The toolkit reads and uses the rule for plural forms by functions that call themselves at each of
+// its operators. No language needs so many.
+constexpr std::ptrdiff_t OPERATOR_LIMIT = 100;
 
 // Returns the conversions of printf() in a text, such as "%s%s" of "%s of %s".
 std::string GetConversions(const char* text)
@@ -23,7 +24,7 @@ std::string GetConversions(const char* text)
     std::string conversions;
     while ((text = strchr(text, '%')))
     {
-        const size_t length = 1 + strspn(text + 1, "#+-. 0123456789*");
+        const size_t length = 1 + strspn(text + 1, "#+-. 0123456789*'$");
         if (isalpha(static_cast<unsigned char>(text[length])))
             conversions.append(text, length + 1);
         text += text[length] == '%' ? length + 1 : length;
@@ -75,8 +76,9 @@ bool IsIntact(const wxCharBuffer& catalogue)
         const char* const original = data + number(number(12) + entry + 4);
         const char* const translation = data + number(number(16) + entry + 4);
         // The translation of the empty text is the catalogue's header.
-        if (*original == '\0' &&
-            std::count(translation, translation + strlen(translation), '(') > PARENTHESES_LIMIT)
+        const auto isOperator = [](char c) { return c != '\0' && strchr("(?|&=<>!%*/+-", c); };
+        if (*original == '\0' && std::count_if(translation, translation + strlen(translation),
+                                               isOperator) > OPERATOR_LIMIT)
             return false;
         if (*original != '\0' && GetConversions(translation) != GetConversions(original))
             return false;
@@ -91,6 +93,8 @@ CatalogueLoader::CatalogueLoader(const wxString& programPath)
     const wxString executable = wxStandardPaths::Get().GetExecutablePath();
     for (const wxString& program : {programPath, executable})
     {
+        if (program.empty())
+            continue;
         m_folders.push_back(wxFileName(program).GetPathWithSep() + "locale");
         AddCatalogLookupPathPrefix(m_folders.back());
     }

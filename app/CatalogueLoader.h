@@ -11,9 +11,9 @@ class CatalogueLoader : public wxFileTranslationsLoader
 {
 public:
     // Sets the folders to search, in this order: "locale" beside programPath, the path that started
-    // the program; "locale" beside the executable itself; "share/locale" of the prefixes in which
-    // the program and the toolkit are installed. Catalogues in them are LANG/LC_MESSAGES/DOMAIN.mo
-    // or LANG/DOMAIN.mo.
+    // the program, unless it is empty; "locale" beside the executable itself; "share/locale" of the
+    // prefixes in which the program and the toolkit are installed. Catalogues in them are
+    // LANG/LC_MESSAGES/DOMAIN.mo or LANG/DOMAIN.mo.
     explicit CatalogueLoader(const wxString& programPath);
 
     // Returns the first catalogue that is not damaged, owned by the caller, or null if there is

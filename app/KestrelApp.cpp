@@ -103,15 +103,18 @@ bool KestrelApp::OnInit()
 
     ReadTextsAsUtf8();
 
-    // The catalogues are beside the executable.
-    wxFileName program(argc > 0 ? argv[0] : wxString());
+    // The catalogues are beside the executable. A name without a folder was found in PATH: taken
+    // for a path, it would lead to the current directory, which may be another user's.
+    const wxString command = argc > 0 ? argv[0] : wxString();
+    wxFileName program(command);
     program.Normalize(wxPATH_NORM_ENV_VARS | wxPATH_NORM_DOTS | wxPATH_NORM_TILDE |
                           wxPATH_NORM_ABSOLUTE | wxPATH_NORM_LONG | wxPATH_NORM_SHORTCUT,
                       wxEmptyString, wxPATH_NATIVE);
     // The toolkit owns this object, not m_locale: a download thread may look up a text until the
     // process ends, after the application object is gone.
     wxTranslations* const translations = new wxTranslations;
-    CatalogueLoader* const loader = new CatalogueLoader(program.GetFullPath());
+    CatalogueLoader* const loader =
+        new CatalogueLoader(command.Contains("/") ? program.GetFullPath() : wxString());
     translations->SetLoader(loader);
     wxTranslations::Set(translations);
     // If the locale is not installed, the user knows it, and texts are translated all the same.

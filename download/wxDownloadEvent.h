@@ -1,8 +1,8 @@
 // A report from a download thread to the window that started it.
 //
-// The download thread fills an event and posts it with wxEvtHandler::AddPendingEvent(), which
-// queues a copy made by Clone(). The receiver's handler gets that copy on the main thread. A copy
-// shares no texts with its original, so two threads never use the same event.
+// The download thread posts an event with wxEvtHandler::AddPendingEvent(), which queues a copy made
+// by Clone(). The receiver gets that copy, which shares no texts with its original, on the main
+// thread.
 
 #pragma once
 

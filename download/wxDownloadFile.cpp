@@ -8,7 +8,6 @@
 #include <wx/module.h>
 #include <wx/stream.h>
 #include <wx/url.h>
-#include <wx/utils.h>
 #include <wx/window.h>
 
 #include <cerrno>
@@ -28,7 +27,7 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-// How long connecting, or one read, may take without an answer.
+// How long a server may be silent.
 constexpr wxUint32 TIMEOUT_SECONDS = 100;
 
 // Bytes that are read and written at a time. A progress interval should be a multiple of it.
@@ -272,7 +271,7 @@ int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
         // if a fast line piled up reports.
         const bool tooMany = event.GetCopyCount() >= static_cast<long>(QUEUE_LIMIT);
         while (tooMany && IsWanted() && event.GetCopyCount() > 0)
-            wxMilliSleep(1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
     };
 
     int error = 0;

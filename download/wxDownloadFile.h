@@ -36,13 +36,12 @@ public:
     // url          the URL to fetch; any that wxURL can open
     // localFile    the path to write to. Once the URL has been opened, an existing file is
     //              overwritten. In a folder where others can write, it must be a regular file of
-    //              the user's own with no other hard link; otherwise the download fails with EPERM
-    //              or ELOOP
+    //              the user's own with no other hard link; otherwise EPERM or ELOOP is reported
     // notify       whether progress reports are posted
-    // notifyBytes  the progress interval: a report is posted after each block of 4096 bytes that
-    //              makes the number of received bytes a multiple of it; none if it is not positive
-    // limit        the largest number of bytes that is wanted, or -1 for no limit. A transfer that
-    //              goes beyond it is complete there, with at most 4096 bytes more
+    // notifyBytes  the progress interval: a report follows each block of 4096 bytes that makes the
+    //              number of received bytes a multiple of it; none if it is not positive
+    // limit        the largest number of bytes that is wanted, or -1 for no limit. A transfer is
+    //              complete beyond it, with at most 4096 bytes more
     wxDownloadFile(wxWindow* parent, wxString url, wxString localFile, bool notify,
                    wxLongLong_t notifyBytes, wxLongLong_t limit = -1);
 

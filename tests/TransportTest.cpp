@@ -65,7 +65,7 @@ void TryAtOnce(const Cases& cases, Try attempt)
 #ifdef __SANITIZE_THREAD__
     std::for_each(std::begin(cases), std::end(cases), attempt);
 #else
-    std::vector<std::future<void>> attempts; // which wait for their ends
+    std::vector<std::future<void>> attempts; // whose destructors wait
     for (const auto& c : cases)
         attempts.push_back(std::async(std::launch::async, [&] { attempt(c); }));
 #endif
@@ -128,6 +128,7 @@ TEST_F(TransportTest, BodyIsWhatTheServerMeantOrNothing)
         {"interim answer first", {Answer(103, "Link: x\r\n", WHOLE)}, "4:body"},
         {"chunked", {Ok(CHUNKED, "2\r\nbo\r\n2\r\ndy\r\n0\r\n\r\n")}, "-1:body"},
         {"chunked, and cut", {CUT_CHUNKS, Answer(404)}, "-1:012 cut", "/ /"},
+        {"endless trailers", {Ok(CHUNKED, "3\r\n012\r\n0\r\n***a:\r\n"), Answer(404)}, "-1:012 cut", "/ /"},
         {"cut in the header", {"HTTP/1.1 200 OK\r\nContent-"}, FAILED},
         {"endless interim answers", {"***" + Answer(103, "", "")}, FAILED},
         {"endless header", {"HTTP/1.1 200 OK\r\n***X: " + std::string(1000, 'x') + "\r\n"}, FAILED},
@@ -148,6 +149,11 @@ TEST_F(TransportTest, BodyIsWhatTheServerMeantOrNothing)
         {"size learnt late", {CUT_UNKNOWN, Part("3-5/10", "345"), Part("6-9/10", "6789")}, COMPLETE, "/ /3-t /6-t"},
         {"size never learnt", {CUT_UNKNOWN, Part("3-9/*", "3456789"), NO_MORE}, "-1:0123456789", "/ /3-t /10-t"},
         {"only the validator repeated", {Cut(RANGES + TAG + DATE), REST}, COMPLETE, "/ /3-t"},
+
+        {"less than the size",
+         {CUT_UNKNOWN, Part("3-8/10", "345678"), Answer(416, "Content-Range: bytes */9\r\n")},
+         "10:012345678 cut",
+         "/ /3-t /9-t"},
 
         // Never of two resources.
         {"begins anew", {CUT, ALL}, SHORT, "/ /3-t"},

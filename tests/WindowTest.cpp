@@ -34,10 +34,7 @@ std::string Rows()
 }
 
 // Waits until the clock by which rates are measured, which may be some milliseconds late, begins a new second.
-void AwaitSecond()
-{
-    std::this_thread::sleep_for(std::chrono::milliseconds(1010 - wxGetUTCTimeMillis().GetValue() % 1000));
-}
+void AwaitSecond() { wxMilliSleep(1010 - wxGetUTCTimeMillis().ToLong() % 1000); }
 
 std::string Box(const wxString& title, const wxString& text, long style = wxOK | wxCENTRE | wxICON_INFORMATION)
 {
@@ -187,6 +184,7 @@ TEST_F(WindowTest, VersionIsReadFromAnHonestTextOnly)
         {"limits", plain + std::string(120000, 'x') + "\n[" + std::string(100, '/') + std::string(65533, '\n'), "A",
          "2"},
         {"too deep", plain + "[" + std::string(101, '/'), "A", none},
+        {"too many quotation marks", plain + std::string(101, '"'), "A", none},
         {"too many lines", plain + std::string(65535, '\n'), "A", none},
         {"limits of a version", "[A]\nVersion=$LONG" + rest, "A", std::string(2100, '2') + rest},
         {"too long a version", "[A]\nVersion=$LONG" + rest + "1", "A", none},

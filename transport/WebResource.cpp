@@ -45,7 +45,9 @@ WebResource::Verdict WebResource::Judge(CURL* easy, curl_off_t received)
     }
     if (!IsResumable())
         return whole && size == m_size ? Verdict::Accept : Verdict::Refuse;
-    if (status == 416 &&
+    const std::string tag = GetWebHeader(easy, "ETag");
+    if (status == 416 && (m_size < 0 || m_size == received) &&
+        (tag.empty() || tag == m_entityTag) &&
         GetWebHeader(easy, "Content-Range") == "bytes */" + std::to_string(received))
         return Verdict::Complete;
     return status == 206 && Continues(easy, received) ? Verdict::Accept : Verdict::Refuse;

@@ -49,8 +49,7 @@ public:
     // Returns the size of the whole resource in bytes; -1 if it is not known.
     curl_off_t GetSize() const { return m_size; }
 
-    // Returns where the last part ends, in bytes from the start of the resource; -1 if no part has
-    // been accepted yet.
+    // Returns where the last part ends, in bytes from the resource's start; -1 if there is none.
     curl_off_t GetEnd() const { return m_end; }
 
 private:

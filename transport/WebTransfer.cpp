@@ -6,8 +6,9 @@
 #include <cstdlib>
 #include <thread>
 
+#include <fcntl.h>
 #include <sys/socket.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 namespace
 {
@@ -16,11 +17,8 @@ using std::chrono::milliseconds;
 
 constexpr long MAX_REDIRECTS = 10;
 
-// How long it may take until a cancellation is noticed.
-constexpr milliseconds POLL_INTERVAL(50);
-
-// On a fast line, the next bytes arrive within this time.
-constexpr milliseconds PACKET_TIME(2);
+// How soon a cancellation is noticed, and the next bytes arrive on a fast line.
+constexpr milliseconds POLL_INTERVAL(50), PACKET_TIME(2);
 
 // The pauses between attempts to go on grow from the first to the last. An attempt that brings this
 // many bytes makes them short again.
@@ -33,15 +31,23 @@ constexpr int MAX_TRIES_IN_VAIN = 3;
 constexpr milliseconds COMPARE_TIME(1);
 
 // In bytes: what the reader asks for at a time; what one call takes from the network (libcurl's
-// default of 16 KiB needs more calls); and what may wait for the reader before the transfer pauses.
+// default of 16 KiB needs more calls); what may wait for the reader before the transfer pauses; and
+// all headers of a request, because libcurl does not limit trailers.
 constexpr size_t BLOCK_SIZE = 4096;
 constexpr long RECEIVE_SIZE = 128 * 1024;
-constexpr size_t BUFFER_LIMIT = 128 * 1024;
+constexpr size_t BUFFER_LIMIT = 128 * 1024, HEADER_LIMIT = 512 * 1024;
 
 // If libcurl has called this often without any of the body, the input is a flood, which is read
 // with a pause at each call. The page with which a proxy refuses takes a call for each byte.
 constexpr int CALLS_IN_VAIN = 65536;
 constexpr milliseconds FLOOD_PAUSE(10);
+
+// The number of a closed socket may be another file's. The thread sanitizer would report fstat().
+unsigned long long GetInode(curl_socket_t socket)
+{
+    struct statx found;
+    return statx(socket, "", AT_EMPTY_PATH, STATX_INO, &found) == 0 ? found.stx_ino : 0;
+}
 
 } // namespace
 
@@ -114,15 +120,17 @@ bool WebTransfer::MayGoOn()
     return !m_stop;
 }
 
-// The same, for calls by libcurl. It slows down a flood.
+// The same, for calls by libcurl. It slows down a flood, and waits for no reply after the last
+// byte.
 bool WebTransfer::MayTakeMore(int calls)
 {
     m_request->callsInVain += calls;
-    if (!MayGoOn())
+    const bool wantsMore = MayGoOn() && m_received != m_resource.GetSize();
+    if (!wantsMore)
         HangUp();
     else if (m_request->callsInVain > CALLS_IN_VAIN)
         std::this_thread::sleep_for(FLOOD_PAUSE);
-    return !m_stop;
+    return wantsMore;
 }
 
 // Asks for a byte range, such as "100-", or for the whole resource if the range is empty.
@@ -139,7 +147,7 @@ void WebTransfer::StartRequest(const std::string& range)
     curl_easy_setopt(easy, CURLOPT_URL, m_address.GetUrl().c_str());
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https,ftp");
     curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, range.empty() ? 1L : 0L);
+    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, range.empty() && !m_address.IsFtp() ? 1L : 0L);
     curl_easy_setopt(easy, CURLOPT_MAXREDIRS, MAX_REDIRECTS);
     curl_easy_setopt(easy, CURLOPT_USERAGENT, "Kestrel/" KESTREL_VERSION);
     curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, RECEIVE_SIZE);
@@ -179,13 +187,8 @@ void WebTransfer::SetCallbacks(CURL* easy)
     };
     const auto onOpen = [](void* self, curl_socket_t socket, curlsocktype)
     {
-        static_cast<WebTransfer*>(self)->m_sockets.insert(socket);
+        static_cast<WebTransfer*>(self)->m_sockets[socket] = GetInode(socket);
         return static_cast<int>(CURL_SOCKOPT_OK);
-    };
-    const auto onClose = [](void* self, curl_socket_t socket)
-    {
-        static_cast<WebTransfer*>(self)->m_sockets.erase(socket);
-        return close(socket);
     };
     curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &WebTransfer::OnHeader);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &WebTransfer::OnBody);
@@ -193,10 +196,8 @@ void WebTransfer::SetCallbacks(CURL* easy)
     curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, +onProgress);
     curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, +onDebug);
     curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, +onOpen);
-    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, +onClose);
-    for (const CURLoption option :
-         {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_XFERINFODATA, CURLOPT_DEBUGDATA,
-          CURLOPT_SOCKOPTDATA, CURLOPT_CLOSESOCKETDATA})
+    for (const CURLoption option : {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_XFERINFODATA,
+                                    CURLOPT_DEBUGDATA, CURLOPT_SOCKOPTDATA})
         curl_easy_setopt(easy, option, this);
 }
 
@@ -213,9 +214,10 @@ void WebTransfer::StopRequest()
 void WebTransfer::HangUp() const
 {
     char rest[16384];
-    for (const curl_socket_t socket : m_sockets)
-        for (shutdown(socket, SHUT_RDWR); recv(socket, rest, sizeof(rest), MSG_DONTWAIT) > 0;)
-            continue;
+    for (const auto& [socket, inode] : m_sockets)
+        if (GetInode(socket) == inode)
+            for (shutdown(socket, SHUT_RDWR); recv(socket, rest, sizeof(rest), MSG_DONTWAIT) > 0;)
+                continue;
 }
 
 // Sends a request and waits until the answer can be judged or no answer will come.
@@ -297,7 +299,6 @@ bool WebTransfer::Take(const char* data, size_t size)
 // whether a part was the last one.
 bool WebTransfer::IsComplete() const
 {
-    // An ftp server may have a reply to send after the last byte; it is not waited for.
     return m_received == m_resource.GetSize() || m_request->verdict == Verdict::Complete ||
            (m_request->ended && m_request->verdict == Verdict::Accept &&
             m_request->result == CURLE_OK && m_request->known == 0 && m_resource.GetSize() < 0 &&
@@ -341,7 +342,9 @@ std::string WebTransfer::GetReason() const
                std::to_string(GetWebInfo<long>(m_request->easy.get(), CURLINFO_RESPONSE_CODE));
     if (m_request->result == CURLE_OK)
         return "the answer ended early";
-    return m_request->error[0] ? m_request->error : curl_easy_strerror(m_request->result);
+    const std::string message = m_request->error; // may contain a proxy's password
+    const bool shown = !message.empty() && message.find('@') == std::string::npos;
+    return shown ? message : curl_easy_strerror(m_request->result);
 }
 
 // Writes the reason to the verbose log. Always returns false.
@@ -357,7 +360,8 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
     WebTransfer& transfer = *static_cast<WebTransfer*>(self);
     Request& request = *transfer.m_request;
     CURL* const easy = request.easy.get();
-    if (!transfer.MayGoOn())
+    request.headerSize += size;
+    if (!transfer.MayGoOn() || request.headerSize > HEADER_LIMIT)
         return 0;
     // A header line counts as an arrival, because each redirect may take its time. The replies of
     // an ftp server do not count, because their number has no limit.

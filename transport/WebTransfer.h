@@ -4,12 +4,11 @@
 // from https to http. Credentials go only to the host they were given for.
 //
 // When the connection breaks, the transfer goes on where it stopped. If the server offers byte
-// ranges and gave a validator, it is asked for the rest. Otherwise the resource is fetched from the
-// start and compared, until three attempts in a row get no further. The bytes of two different
-// resources are never joined.
+// ranges and gave a validator, it is asked for the rest. Otherwise the resource is fetched anew and
+// compared, until three attempts in a row get no further. Bytes of two resources are never joined.
 //
-// An object belongs to one thread. wxWebModule must have initialised libcurl. The toolkit's verbose
-// log says why a transfer fails.
+// One thread uses an object. wxWebModule must have initialised libcurl. The toolkit's verbose log
+// says why a transfer fails.
 
 #pragma once
 
@@ -21,8 +20,7 @@
 
 #include <chrono>
 #include <functional>
-#include <set>
-#include <string>
+#include <map>
 #include <vector>
 
 #include <xxhash.h>
@@ -87,7 +85,7 @@ private:
     Clock::time_point m_lastArrival = Clock::now(); // of a header line or of the resource
     const char* m_stop = nullptr;                   // why the transfer must end, or null
 
-    std::set<curl_socket_t> m_sockets; // open ones; they may outlive the request
+    std::map<curl_socket_t, unsigned long long> m_sockets; // opened by libcurl, with their inodes
     const CurlMulti m_multi{curl_multi_init()};
     WebAddress m_address;
     int m_attempt = 0;
@@ -104,6 +102,7 @@ private:
         Verdict verdict = Verdict::None;
         curl_off_t known = 0; // bytes still to compare with those received before
         int callsInVain = 0;  // libcurl's calls that brought nothing of the body
+        size_t headerSize = 0;
     };
     std::unique_ptr<Request> m_request;
 

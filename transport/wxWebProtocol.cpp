@@ -5,8 +5,6 @@
 #include <wx/module.h>
 #include <wx/url.h>
 
-#include <memory>
-
 wxIMPLEMENT_ABSTRACT_CLASS(wxWebProtocol, wxProtocol);
 
 // Each scheme has a class, because wxURL does not tell a protocol its scheme. None of them needs a

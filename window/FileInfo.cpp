@@ -11,6 +11,10 @@ namespace
 // No honest text nests its sections deeper. wxFileConfig reads nested sections by recursion.
 constexpr int DEPTH_LIMIT = 100;
 
+// No honest line has more quotation marks. The reader complains of each one that it does not
+// expect, and repeats the line.
+constexpr int QUOTE_LIMIT = 100;
+
 // The reader complains of each malformed line, which takes longer than to read one that is well.
 constexpr size_t LINE_LIMIT = 65536;
 
@@ -28,7 +32,7 @@ bool IsHarmless(const wxString& path)
     if (text.GetLineCount() > LINE_LIMIT)
         return false;
     for (size_t line = 0; line < text.GetLineCount(); ++line)
-        if (text[line].Freq('/') > DEPTH_LIMIT)
+        if (text[line].Freq('/') > DEPTH_LIMIT || text[line].Freq('"') > QUOTE_LIMIT)
             return false;
     return true;
 }
