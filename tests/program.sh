@@ -79,7 +79,7 @@ ended "a limit on files"
 
 echo "Closed while a box is open it ends with status 0, in English where its catalogue is damaged"
 catalogue=$HOME/locale/de/LC_MESSAGES/kestrel.mo
-sed 's/»%s«/»%1$n«/' "$(dirname "$0")/../locale/de.po" | msgfmt --output-file="$catalogue" -
+sed "s/»%s«/»%1\$n«/" "$(dirname "$0")/../locale/de.po" | msgfmt --output-file="$catalogue" -
 for row in "none.txt|Website Unreachable" "ä.txt|New Version Available|Where would you like to save this installer?"; do
     IFS='|' read -r -a boxes <<<"$row"
     start "$https/${boxes[0]}" env LC_ALL=de_DE.UTF-8 "$work/linked"
