@@ -126,8 +126,8 @@ public:
     wxDownloadModule()
     {
         // A module's OnExit() is called before those of the modules that it depends on.
-        for (const char* used : {"wxThreadModule", "wxSocketModule", "wxURLModule",
-                                 "wxTranslationsModule", "wxWebModule"})
+        for (const char* used :
+             {"wxThreadModule", "wxSocketModule", "wxURLModule", "wxTranslationsModule"})
             AddDependency(used);
     }
 

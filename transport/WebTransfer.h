@@ -7,8 +7,7 @@
 // ranges and gave a validator, it is asked for the rest. Otherwise the resource is fetched anew and
 // compared, until three attempts in a row get no further. Bytes of two resources are never joined.
 //
-// One thread uses an object. wxWebModule must have initialised libcurl. The toolkit's verbose log
-// says why a transfer fails.
+// One thread uses an object. The toolkit's verbose log says why a transfer fails.
 
 #pragma once
 

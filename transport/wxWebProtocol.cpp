@@ -2,7 +2,6 @@
 
 #include "transport/WebTransfer.h"
 
-#include <wx/module.h>
 #include <wx/url.h>
 
 wxIMPLEMENT_ABSTRACT_CLASS(wxWebProtocol, wxProtocol);
@@ -23,20 +22,6 @@ wxIMPLEMENT_ABSTRACT_CLASS(wxWebProtocol, wxProtocol);
 WEB_PROTOCOL(wxWebHTTPProtocol, "http", "80")
 WEB_PROTOCOL(wxWebHTTPSProtocol, "https", "443")
 WEB_PROTOCOL(wxWebFTPProtocol, "ftp", "21")
-
-// Initialises libcurl when the toolkit starts, and cleans up when it ends. Code that uses libcurl
-// on a thread needs a module of its own that depends on this one and ends the thread first.
-class wxWebModule : public wxModule
-{
-public:
-    bool OnInit() override { return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK; }
-    void OnExit() override { curl_global_cleanup(); }
-
-private:
-    wxDECLARE_DYNAMIC_CLASS(wxWebModule);
-};
-
-wxIMPLEMENT_DYNAMIC_CLASS(wxWebModule, wxModule);
 
 void wxWebProtocol::SetRequest(const wxString& address, std::function<bool()> cancelled)
 {
