@@ -77,12 +77,16 @@ File OpenFile(const wxString& path)
     constexpr int FLAGS = O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     const int descriptor = open(path.fn_str(), FLAGS | (shared ? O_NOFOLLOW : 0), 0666);
     File file(descriptor < 0 ? nullptr : fdopen(descriptor, "w"), &std::fclose);
-    if (file && shared &&
-        (fstat(descriptor, &found) != 0 || !S_ISREG(found.st_mode) || found.st_nlink != 1 ||
-         found.st_uid != geteuid()))
+    const bool unsafe = file && shared &&
+                        (fstat(descriptor, &found) != 0 || !S_ISREG(found.st_mode) ||
+                         found.st_nlink != 1 || found.st_uid != geteuid());
+    // Two runs that write to one file would mix their bytes. Not every file can be locked.
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    if (unsafe || (file && fcntl(descriptor, F_OFD_SETLK, &lock) != 0 && errno == EAGAIN))
     {
         file.reset();
-        errno = EPERM;
+        errno = unsafe ? EPERM : EBUSY;
     }
     return file;
 }

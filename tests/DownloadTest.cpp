@@ -213,5 +213,6 @@ TEST_F(DownloadTest, ReportsNeitherPileUpNorWaitForTheNetwork)
     receiver.m_reports.clear();
     download = new wxDownloadFile(&receiver, stalled.Url(), Path("file"), true, 16384);
     EXPECT_TRUE(Pump([&] { return receiver.m_reports == "2 16384/99999 2 32768/99999 "; })) << receiver.m_reports;
+    EXPECT_EQ(Download(m_server.Url("/large"), Path("file")), "-1 0/0 EBUSY") << "one file of two downloads";
     download->CancelDownload();
 }
