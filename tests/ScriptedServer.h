@@ -33,8 +33,10 @@ inline std::string Ok(size_t length, const std::string& body, const std::string&
     return Ok("Content-Length: " + std::to_string(length) + "\r\n" + headers, body);
 }
 
-// Answers with a body that is whole, of a length that only the end of the connection tells, half, or half a chunk.
+// Answers with a body that is whole, but for a byte, of a length that only the end of the connection tells, half, or
+// half a chunk.
 inline std::string Whole(const std::string& body) { return Ok(body.size(), body); }
+inline std::string AlmostWhole(const std::string& body) { return Ok(body.size(), body.substr(1)); }
 inline std::string OfNoLength(const std::string& body) { return Ok("", body); }
 inline std::string Half(const std::string& body) { return Ok(body.size(), body.substr(0, body.size() / 2)); }
 inline std::string HalfAChunk(const std::string& body) { return Ok(CHUNKED, "fffff\r\n" + body); }

@@ -46,15 +46,10 @@ KestrelFrame::KestrelFrame(wxWindow* parent, wxWindowID id, const wxString& titl
 bool KestrelFrame::Create(wxWindow* parent, wxWindowID id, const wxString& title,
                           const wxPoint& pos, const wxSize& size, long style)
 {
-    m_fileNameText = nullptr;
-    m_fileSizeText = nullptr;
-    m_progressText = nullptr;
-    m_address.clear();
-    m_iniSection.clear();
-    m_currentVersion.clear();
-    m_fileInfoPath.clear();
-    m_installerPath.clear();
-    m_installerLink.clear();
+    m_fileNameText = m_fileSizeText = m_progressText = nullptr;
+    for (wxString* const text : {&m_address, &m_iniSection, &m_currentVersion, &m_fileInfoPath,
+                                 &m_installerPath, &m_installerLink})
+        text->clear();
     m_download = nullptr;
 
     // Creating a file is how we learn the temporary directory. If that fails, FileInfoPlace tries
@@ -120,7 +115,8 @@ void KestrelFrame::OnClose(wxCloseEvent& event)
     if (m_download)
     {
         m_download->CancelDownload();
-        m_logPause.End();
+        // The log would open a box about a download that the user no longer waits for.
+        delete wxLog::SetActiveTarget(new wxLogStderr);
     }
 
     // From here on the window handles no events. A report that is still in the queue would go on
@@ -339,15 +335,20 @@ void KestrelFrame::OnDownloadEvent(wxDownloadEvent& event)
 // A download that ended early is reported as complete, but the installer may not work.
 void KestrelFrame::WarnIfCut(const wxDownloadEvent& event)
 {
-    const wxLongLong_t size = event.GetFileSize();
-    if (event.IsCut())
-        // TRANSLATORS: The first two '%s' are sizes, as in "Only 1.50 MB of 4.00 MB", the third is
-        // the name of the file. A size that is not known is "?".
-        // xgettext:c-format
-        wxLogWarning(_("Only %s of %s of '%s' have arrived."),
-                     FormatFileSize(event.GetDownloadedBytes()),
-                     size > 0 ? FormatFileSize(size) : wxString("?"),
-                     ShortenForBox(event.GetDownloadedFile().AfterLast('/'), this));
+    if (!event.IsCut())
+        return;
+    const wxLongLong_t bytes = event.GetDownloadedBytes(), size = event.GetFileSize();
+    wxString arrived = FormatFileSize(bytes), whole = size > 0 ? FormatFileSize(size) : "?";
+    if (arrived == whole)
+    {
+        arrived = wxString::Format("%lld B", bytes);
+        whole = wxString::Format("%lld B", size);
+    }
+    // TRANSLATORS: The first two '%s' are sizes, as in "Only 1.50 MB of 4.00 MB", the third is the
+    // name of the file. A size that is not known is "?".
+    // xgettext:c-format
+    wxLogWarning(_("Only %s of %s of '%s' have arrived."), arrived, whole,
+                 ShortenForBox(event.GetDownloadedFile().AfterLast('/'), this));
 }
 
 void KestrelFrame::ShowProgress(const wxDownloadEvent& event)
