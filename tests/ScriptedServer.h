@@ -170,6 +170,7 @@ private:
                                                    [this, &client = m_clients.back()]
                                                    {
                                                        m_dialogue(client);
+                                                       BIO_ssl_shutdown(client.bio.get());
                                                        HangUp(client.bio);
                                                    });
         }

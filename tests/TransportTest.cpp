@@ -136,6 +136,8 @@ TEST_F(TransportTest, BodyIsWhatTheServerMeantOrNothing)
         {"longer than announced", {Ok(2, "body")}, "2:bo"},
         {"two lengths", {Ok(4, "body", "Content-Length: 2\r\n")}, FAILED},
         {"two lengths in one", {Ok("Content-Length: 4, 2\r\n", "body")}, FAILED},
+        {"no number as length", {Ok("Content-Length: 4x\r\n", "body")}, FAILED},
+        {"a length beyond all", {Ok("Content-Length: 9999999999999999999\r\n", "body")}, FAILED},
         {"two tags", {Ok(4, "body", TAG + "ETag: \"u\"\r\n")}, FAILED},
         {"two dates of a change", {Ok(4, "body", DATE + "Last-Modified: Mon, 02 Nov 2026 00:00:00 GMT\r\n")}, FAILED},
         {"two codings", {Ok(4, "body", GZIP + "Content-Encoding: br\r\n")}, FAILED},
@@ -146,6 +148,7 @@ TEST_F(TransportTest, BodyIsWhatTheServerMeantOrNothing)
         {"in trouble", {CUT, Answer(408), Answer(429), Answer(500), REST}, COMPLETE, "/ /3-t /3-t /3-t /3-t"},
         {"by its date", {Cut(RANGES + DATE + LATER), Part("3-9/10", "3456789", DATE)}, COMPLETE, "/ /3-Sun,"},
         {"longer than its range", {CUT, REST + "xxx"}, COMPLETE, "/ /3-t"},
+        {"endless after its range", {CUT, Part("3-5/10", "345***x"), Part("6-9/10", "6789")}, COMPLETE, "/ /3-t /6-t"},
         {"size learnt late", {CUT_UNKNOWN, Part("3-5/10", "345"), Part("6-9/10", "6789")}, COMPLETE, "/ /3-t /6-t"},
         {"size never learnt", {CUT_UNKNOWN, Part("3-9/*", "3456789"), NO_MORE}, "-1:0123456789", "/ /3-t /10-t"},
         {"only the validator repeated", {Cut(RANGES + TAG + DATE), REST}, COMPLETE, "/ /3-t"},
@@ -223,6 +226,13 @@ TEST_F(TransportTest, OnlyServersThatAreVouchedForAreTrusted)
 {
     ScriptedServer plain({WHOLE}), secure({WHOLE}, MakeTls()), outdated({WHOLE}, MakeTls(TLS1_1_VERSION));
     ScriptedServer up({Moved(302, secure.Url())}), down({Moved(302, plain.Url())}, MakeTls());
+    const auto speak = [](const Connection& client)
+    {
+        client.Read("\r\n\r\n");
+        client.Send(Ok("", "body"));
+        HangUp(client.bio);
+    };
+    ScriptedServer closed({Ok("", "body")}, MakeTls()), cut(speak, MakeTls());
     const std::string cases[][5] = {
         {"by nobody", "", "", secure.Url(), FAILED},
         {"by a file", TEST_CERTIFICATE, "", secure.Url(), "4:body"},
@@ -231,6 +241,8 @@ TEST_F(TransportTest, OnlyServersThatAreVouchedForAreTrusted)
         {"by an empty file", "/dev/null", "", secure.Url(), FAILED},
         {"an outdated protocol", TEST_CERTIFICATE, "", outdated.Url(), FAILED},
         {"from http to https", TEST_CERTIFICATE, "", up.Url(), "4:body"},
+        {"until the server says goodbye", TEST_CERTIFICATE, "", closed.Url(), "-1:body"},
+        {"until somebody cuts it", TEST_CERTIFICATE, "", cut.Url(), "-1:body cut"},
         {"from https to http", TEST_CERTIFICATE, "", down.Url(), FAILED},
     };
     for (const auto& [what, file, directory, url, result] : cases)
@@ -241,6 +253,20 @@ TEST_F(TransportTest, OnlyServersThatAreVouchedForAreTrusted)
         EXPECT_EQ(Fetch(url), result) << what;
     }
     EXPECT_EQ(Asked(plain), "");
+}
+
+TEST_F(TransportTest, SmallRecordsOfTlsSlowNothingDown)
+{
+    const auto speak = [](const Connection& client)
+    {
+        client.Read("\r\n\r\n");
+        for (client.Send(Ok(4000000, "")); client.Send(std::string(250, 'x'));)
+            continue;
+    };
+    wxSetEnv("SSL_CERT_FILE", TEST_CERTIFICATE);
+    const auto start = Clock::now();
+    EXPECT_EQ(Fetch(ScriptedServer(speak, MakeTls()).Url()), "4000000:" + std::string(4000000, 'x'));
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
 }
 
 TEST_F(TransportTest, SilenceAndCancellationEndEveryState)
@@ -289,22 +315,30 @@ TEST_F(TransportTest, SilenceAndCancellationEndEveryState)
         {"endless empty frames of HTTP/2", serve(settings + ok + data + priorities, multiplexed, stream), "-1:012 cut"},
         {"endless frames of HTTP/2 without a header", serve(settings + priorities, multiplexed, stream), FAILED},
     };
+    double used = 0; // in the last fifth of a second before each cancellation, when a flood is known as one
     // Returns by how much the end comes later than it is due: by cancellation, or by silence for a second.
-    const auto end = [](const std::string(&c)[3], bool cancelled)
+    const auto end = [&used](const std::string(&c)[3], bool cancelled)
     {
         const auto& [state, url, result] = c;
         const auto due = Clock::now() + milliseconds(cancelled ? 400 : 900);
-        EXPECT_EQ(ReadAll(Open(url, cancelled ? 100 : 1, [&] { return cancelled && Clock::now() > due; })), result)
-            << state;
+        double before = 0;
+        const auto isDue = [&]
+        {
+            if (before == 0 && Clock::now() > due - milliseconds(200))
+                before = GetProcessorTime();
+            return cancelled && Clock::now() > due;
+        };
+        EXPECT_EQ(ReadAll(Open(url, cancelled ? 100 : 1, isDue)), result) << state;
         EXPECT_GT(Clock::now(), due) << state;
+        if (cancelled)
+            used += GetProcessorTime() - before;
         return Clock::now() - due;
     };
     Clock::duration delays(0);
-    const double used = GetProcessorTime();
     for (const auto& c : states)
         delays += end(c, true);
     EXPECT_LT(delays, std::size(states) * milliseconds(100));
-    EXPECT_LT(GetProcessorTime() - used, 1.0);
+    EXPECT_LT(used, 0.3);
     TryAtOnce(states, [&](const auto& c) { EXPECT_LT(end(c, false), milliseconds(2100)) << c[0]; });
 }
 

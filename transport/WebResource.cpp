@@ -16,7 +16,8 @@ std::string GetWebHeader(CURL* easy, const char* name, const std::string& contra
 }
 
 // Returns whether the last answer has several different values for its length, range, coding,
-// validators or location. libcurl would use the last of them.
+// validators or location, of which libcurl would use the last; or a length that libcurl would
+// ignore, because it is no number or too large.
 static bool IsContradiction(CURL* easy)
 {
     // No header has this value.
@@ -24,7 +25,8 @@ static bool IsContradiction(CURL* easy)
                              "Last-Modified", "Location"})
         if (GetWebHeader(easy, name, "\n") == "\n")
             return true;
-    return GetWebHeader(easy, "Content-Length").find(',') != std::string::npos;
+    const std::string length = GetWebHeader(easy, "Content-Length");
+    return length.size() > 18 || length.find_first_not_of("0123456789") != std::string::npos;
 }
 
 WebResource::Verdict WebResource::Judge(CURL* easy, curl_off_t received)

@@ -84,7 +84,7 @@ size_t WebTransfer::OnSysRead(void* buffer, size_t size)
             Wait(POLL_INTERVAL);
     }
     const size_t count = std::min(size, m_buffer.size() - m_readPosition);
-    std::copy_n(m_buffer.data() + m_readPosition, count, static_cast<char*>(buffer));
+    m_buffer.copy(static_cast<char*>(buffer), count, m_readPosition);
     m_readPosition += count;
     return count;
 }
@@ -103,8 +103,7 @@ bool WebTransfer::CanRead() const
 // Adds what has arrived to the buffer; returns how many bytes are in it.
 size_t WebTransfer::Fill()
 {
-    m_buffer.erase(m_buffer.begin(),
-                   m_buffer.begin() + static_cast<std::ptrdiff_t>(m_readPosition));
+    m_buffer.erase(0, m_readPosition);
     m_readPosition = 0;
     curl_easy_pause(m_request->easy.get(), CURLPAUSE_CONT);
     Advance();
@@ -179,8 +178,11 @@ void WebTransfer::SetCallbacks(CURL* easy)
     { return static_cast<WebTransfer*>(self)->MayTakeMore() ? 0 : 1; };
     // Only this one is called for empty frames of HTTP/2 and empty records of TLS. A call tells of
     // a piece, not of a byte. libcurl itself limits the size of headers.
-    const auto onDebug = [](CURL*, curl_infotype type, char*, size_t, void* self)
+    const auto onDebug = [](CURL*, curl_infotype type, char* data, size_t size, void* self)
     {
+        // close_notify, the alert that ends a connection properly (RFC 8446, section 6.1)
+        if (type == CURLINFO_SSL_DATA_IN && std::string(data, size) == std::string("\1\0", 2))
+            static_cast<WebTransfer*>(self)->m_request->closedByPeer = true;
         if (type != CURLINFO_HEADER_IN)
             static_cast<WebTransfer*>(self)->MayTakeMore(64);
         return 0;
@@ -261,7 +263,7 @@ WebTransfer::Verdict WebTransfer::Judge()
 }
 
 // Adds some of the answer's body to the buffer, after comparing what was received before. Returns
-// false if the answer is not acceptable.
+// false if nothing more is wanted of the answer.
 bool WebTransfer::Take(const char* data, size_t size)
 {
     if (Judge() != Verdict::Accept)
@@ -283,26 +285,33 @@ bool WebTransfer::Take(const char* data, size_t size)
         data += part;
         size -= part;
     }
-    // A part that is longer than its Content-Range says must not make the body longer.
-    if (const curl_off_t end = m_resource.GetEnd(); end >= 0)
+    // What comes after the end that the Content-Range tells is no more of the resource.
+    const curl_off_t end = m_resource.GetEnd();
+    if (end >= 0)
         size = std::min(size, static_cast<size_t>(end - m_received));
     if (!m_resource.IsResumable())
         XXH3_64bits_update(m_hash.get(), data, size);
-    m_buffer.insert(m_buffer.end(), data, data + size);
+    m_buffer.append(data, size);
     m_received += static_cast<curl_off_t>(size);
     if (m_buffer.size() >= BUFFER_LIMIT)
         curl_easy_pause(m_request->easy.get(), CURLPAUSE_RECV);
-    return true;
+    return m_received != end;
 }
 
 // Returns whether all of the resource has arrived. If its size is not known, only the server knows
 // whether a part was the last one.
 bool WebTransfer::IsComplete() const
 {
-    return m_received == m_resource.GetSize() || m_request->verdict == Verdict::Complete ||
-           (m_request->ended && m_request->verdict == Verdict::Accept &&
-            m_request->result == CURLE_OK && m_request->known == 0 && m_resource.GetSize() < 0 &&
-            m_resource.GetEnd() < 0);
+    CURL* const easy = m_request->easy.get();
+    if (m_received == m_resource.GetSize() || m_request->verdict == Verdict::Complete)
+        return true;
+    // Over TLS, an answer that ends with its connection may have been cut (RFC 9112, section 9.8).
+    const bool cut = !m_request->closedByPeer && GetWebHeader(easy, "Transfer-Encoding").empty() &&
+                     GetWebInfo<long>(easy, CURLINFO_HTTP_VERSION) < CURL_HTTP_VERSION_2 &&
+                     curl_strequal(GetWebInfo<char*>(easy, CURLINFO_SCHEME), "https");
+    return m_request->ended && m_request->verdict == Verdict::Accept && !cut &&
+           m_request->result == CURLE_OK && m_request->known == 0 && m_resource.GetSize() < 0 &&
+           m_resource.GetEnd() < 0;
 }
 
 // Asks for the rest until an answer is acceptable. Returns false if there is none.
@@ -385,8 +394,8 @@ size_t WebTransfer::OnBody(char* data, size_t, size_t size, void* self)
 {
     WebTransfer& transfer = *static_cast<WebTransfer*>(self);
     transfer.m_request->answered = true;
-    // A flood is no less one for a few bytes in it.
+    // A flood is no less one for a few bytes in it, but small records of TLS make no flood.
     int& calls = transfer.m_request->callsInVain;
-    calls -= std::min(calls, static_cast<int>(size / 16));
+    calls -= std::min(calls, static_cast<int>(size));
     return transfer.MayGoOn() && transfer.Take(data, size) ? size : 0;
 }

@@ -20,7 +20,6 @@
 #include <chrono>
 #include <functional>
 #include <map>
-#include <vector>
 
 #include <xxhash.h>
 
@@ -97,6 +96,7 @@ private:
         CurlEasy easy{curl_easy_init()};
         bool answered = false; // the last header is complete, or some of the body has arrived
         bool ended = false;
+        bool closedByPeer = false; // over TLS
         CURLcode result = CURLE_OK;
         Verdict verdict = Verdict::None;
         curl_off_t known = 0; // bytes still to compare with those received before
@@ -113,7 +113,7 @@ private:
     XXH64_hash_t m_expected = 0;
 
     // The bytes that have arrived but were not read yet start at m_readPosition.
-    std::vector<char> m_buffer;
+    std::string m_buffer;
     size_t m_readPosition = 0;
 
     // The attempts to go on.
