@@ -16,6 +16,7 @@
 
 #include <clocale>
 #include <cstring>
+#include <cwctype>
 #include <vector>
 
 #include <fcntl.h>
@@ -58,10 +59,11 @@ void OpenStandardDescriptors()
 }
 
 // Paths and the environment are UTF-8 on today's systems, whatever the locale says and even if the
-// user's locale is not installed.
+// user's locale is not installed. In Turkish, 'I' is no upper-case 'i', but schemes of URLs and
+// names in a file information are the same in upper and lower case everywhere.
 void ReadTextsAsUtf8()
 {
-    if (strcmp(nl_langinfo(CODESET), "UTF-8") != 0)
+    if (strcmp(nl_langinfo(CODESET), "UTF-8") != 0 || towlower(L'I') != L'i')
         setlocale(LC_CTYPE, "C.UTF-8");
 }
 

@@ -45,13 +45,14 @@ DISPLAY='' start x
 [[ -s $work/stderr ]] || fail "nothing said without a display"
 
 head -c 200000 /dev/urandom >"$work/web/setup.bin"
-printf '[Ärger]\nVersion=2\nLink=%s/setup.bin\n' "$https/=$https" >"$work/web/ä.txt"
+printf '[Ärger]\nVERSION=2\nLINK=%s/setup.bin\n' "$https/=$https" >"$work/web/ä.txt"
 
 echo "It speaks the language of its user, and its window is as the desktop wants it"
 cp -r "$build/kestrel" "$build/locale" "$HOME"
 ln -s "$HOME/kestrel" "$work/linked"
-start "$https/ä.txt" env LC_ALL=de_DE.UTF-8 "$work/linked"
-wait_for "Neue Version verfügbar"
+localedef --inputfile=tr_TR --charmap=UTF-8 "$work/tr_TR.UTF-8" # where "VERSION" is not "version"
+start "$https/ä.txt" env LOCPATH="$work" LC_ALL=tr_TR.UTF-8 "$work/linked"
+wait_for "Yeni Sürüm Var"
 shown=$(xprop -name Kestrel WM_CLASS _MOTIF_WM_HINTS _NET_WM_STATE)
 [[ $shown == *'"kestrel", '*' = 0x3, 0x26, 0x1e, 0x0, 0x0'* && $shown != *ABOVE* ]] || fail "$shown"
 # A window without an icon of its own has the window manager's.
