@@ -6,12 +6,11 @@
 #include "transport/wxWebProtocol.h"
 
 #include <wx/sstream.h>
-#include <wx/url.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
-// A protocol whose only resource is its time-out.
+// A protocol whose only file contains its time-out.
 class TimeoutProtocol : public wxWebProtocol
 {
     wxDECLARE_DYNAMIC_CLASS(TimeoutProtocol);
@@ -31,11 +30,11 @@ namespace
 
 using DownloadTest = KestrelTest;
 
-// Keeps the reports it receives as text, "status received/size", and the error of the file.
+// Keeps the reports as text: "status received/size", then "cut" or the name of the file's error.
 class Receiver : public wxFrame
 {
 public:
-    // What a thread logs is no box here.
+    // No test here answers the boxes that a log message would open.
     Receiver() : wxFrame(nullptr, wxID_ANY, "Receiver")
     {
         Bind(wxEVT_DOWNLOAD, &Receiver::On, this);
@@ -89,10 +88,9 @@ TEST_F(DownloadTest, ReportsAndSavesWhatTheServerSends)
     };
     for (const auto& c : cases)
     {
-        const std::string content = Bytes(c.size);
-        m_server.Serve("/file", c.body(content));
+        const std::string content = Bytes(c.size), url = m_server.Serve("/file", c.body(content));
         Write(Path("file"), "an older and longer file" + content);
-        EXPECT_EQ(Download(m_server.Url(), Path("file"), c.notify, c.interval), c.reports) << c.what;
+        EXPECT_EQ(Download(url, Path("file"), c.notify, c.interval), c.reports) << c.what;
         EXPECT_EQ(Read(Path("file")), content.substr(0, c.saved)) << c.what;
     }
     Write(Path("local"), "local");
@@ -102,7 +100,7 @@ TEST_F(DownloadTest, ReportsAndSavesWhatTheServerSends)
     EXPECT_EQ(std::filesystem::status(Path("new")).permissions(), std::filesystem::perms(0666));
 }
 
-TEST_F(DownloadTest, WhatCannotBeOpenedFailsAndTouchesNothing)
+TEST_F(DownloadTest, AddressThatCannotBeOpenedLeavesTheFileAlone)
 {
     Write(Path("kept"), "kept");
     const std::string missing = m_server.Url("/missing");
@@ -116,10 +114,8 @@ TEST_F(DownloadTest, WhatCannotBeOpenedFailsAndTouchesNothing)
     }
 }
 
-TEST_F(DownloadTest, WhatCannotBeWrittenSaysWhyAndNothingPlantedIsWrittenTo)
+TEST_F(DownloadTest, FileThatCannotBeWrittenIsReportedAndPlantedOnesAreLeftAlone)
 {
-    m_server.Serve("/file", Whole(Bytes(100000)));
-    m_server.Serve("/small", Whole("small"));
     Write(Path("kept"), "kept");
     const std::pair<std::string, mode_t> folders[] = {{"own", 0755}, {"theirs", 0755}, {"team", 01770}, {"all", 01777}};
     for (const auto& [folder, mode] : folders)
@@ -132,10 +128,11 @@ TEST_F(DownloadTest, WhatCannotBeWrittenSaysWhyAndNothingPlantedIsWrittenTo)
         EXPECT_EQ(link(Path("kept").c_str(), Path(folder + "/hard").c_str()), 0);
         EXPECT_EQ(mkfifo(Path(folder + "/pipe").c_str(), 0666), 0);
     }
-    // Only root can give something away.
+    // Only root can give files to another user.
     const bool root =
         chown(Path("theirs").c_str(), 65534, 65534) == 0 && chown(Path("all/others").c_str(), 65534, 65534) == 0;
 
+    const std::string url = m_server.Serve("/file", Whole(Bytes(100000)));
     const std::string whole = "1 100000/100000 ", failed = "-1 0/0 ";
     const std::pair<std::string, std::string> cases[] = {
         {Path("missing/file"), failed + "ENOENT"},
@@ -152,23 +149,23 @@ TEST_F(DownloadTest, WhatCannotBeWrittenSaysWhyAndNothingPlantedIsWrittenTo)
         {Path("all/target"), whole},
     };
     for (const auto& [path, reports] : cases)
-        EXPECT_EQ(Download(m_server.Url(), path, false), reports) << path;
-    EXPECT_EQ(Download(m_server.Url("/small"), "/dev/full"), failed + "ENOSPC") << "seen when the file is closed only";
+        EXPECT_EQ(Download(url, path, false), reports) << path;
+    const std::string small = m_server.Serve("/small", Whole("small"));
+    EXPECT_EQ(Download(small, "/dev/full"), failed + "ENOSPC") << "seen only when the file is closed";
     EXPECT_EQ(Read(Path("kept")), "kept");
     EXPECT_EQ(Read(Path("team/target")), "kept");
     EXPECT_EQ(Read(Path("own/target")), Bytes(100000));
 }
 
-TEST_F(DownloadTest, EndsAtItsLimitAndLeavesAFileAloneThatIsAnothersByNow)
+TEST_F(DownloadTest, EndsAtItsLimitAndEmptiesNoFileOnceCancelled)
 {
-    ScriptedServer endless({Ok("", "***x")});
-    EXPECT_EQ(Download(endless.Url(), Path("file"), false, 0, 5000), "1 8192/0 ");
+    EXPECT_EQ(Download(m_server.Serve("/endless", Ok("", "***x")), Path("file"), false, 0, 5000), "1 8192/0 ");
     EXPECT_EQ(Read(Path("file")), std::string(8192, 'x'));
 
     EXPECT_EQ(Download("timeout:", Path("file")), "1 3/3 ");
     EXPECT_EQ(Read(Path("file")), "100") << "seconds that a server may be silent";
 
-    // Opening a pipe takes until somebody writes to it.
+    // Opening a pipe waits until somebody writes to it, which is after the cancellation here.
     EXPECT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
     Receiver receiver;
     (new wxDownloadFile(&receiver, "file://" + Path("pipe"), Path("file"), false, 0))->CancelDownload();
@@ -177,15 +174,14 @@ TEST_F(DownloadTest, EndsAtItsLimitAndLeavesAFileAloneThatIsAnothersByNow)
     EXPECT_EQ(Read(Path("file")), "100");
 }
 
-TEST_F(DownloadTest, NothingReachesAReceiverThatHasLetGo)
+TEST_F(DownloadTest, NoReportComesAfterCancelling)
 {
-    m_server.Serve("/fast", Whole(Bytes(1 << 20)));
-    m_server.Serve("/slow", Ok(1 << 20, "~~~" + Bytes(1 << 20)));
-    const std::string urls[] = {m_server.Url("/fast"), m_server.Url("/slow"), m_server.Url("/missing"), "unknown:"};
+    const std::string all = Bytes(1 << 20), slow = m_server.Serve("/slow", Ok(all.size(), "~~~" + all));
+    const std::string urls[] = {m_server.Serve("/fast", Whole(all)), slow, m_server.Url("/missing"), "unknown:"};
     std::minstd_rand random(std::random_device{}());
     for (int i = 0; i < 300; ++i)
     {
-        const auto receiver = std::make_unique<Receiver>(); // where an address sanitizer sees it used too late
+        const auto receiver = std::make_unique<Receiver>(); // the address sanitizer sees a use after its end
         wxDownloadFile* const download = new wxDownloadFile(receiver.get(), urls[i % 4], Path("file"), true, 4096);
         const auto instant = Clock::now() + std::chrono::microseconds(random() % 10000);
         Pump([&] { return Clock::now() > instant; });
@@ -197,9 +193,9 @@ TEST_F(DownloadTest, NothingReachesAReceiverThatHasLetGo)
 
 TEST_F(DownloadTest, ReportsNeitherPileUpNorWaitForTheNetwork)
 {
-    m_server.Serve("/large", Whole(std::string(32 << 20, 'x')));
+    const std::string large = m_server.Serve("/large", Whole(std::string(32 << 20, 'x')));
     Receiver receiver;
-    wxDownloadFile* download = new wxDownloadFile(&receiver, m_server.Url("/large"), Path("file"), true, 16384);
+    wxDownloadFile* download = new wxDownloadFile(&receiver, large, Path("file"), true, 16384);
     const auto end = Clock::now() + std::chrono::seconds(20);
     while (Read(Path("file")).size() < 255 * 16384 && Clock::now() < end)
         wxMilliSleep(100);
@@ -209,9 +205,9 @@ TEST_F(DownloadTest, ReportsNeitherPileUpNorWaitForTheNetwork)
     download->CancelDownload();
     EXPECT_EQ(std::count(receiver.m_reports.begin(), receiver.m_reports.end(), '/'), (32 << 20) / 16384 + 1);
 
-    ScriptedServer stalled({Ok(99999, std::string(33000, 'x') + "...")});
     receiver.m_reports.clear();
-    download = new wxDownloadFile(&receiver, stalled.Url(), Path("file"), true, 16384);
+    const std::string stalled = m_server.Serve("/stalled", Ok(99999, std::string(33000, 'x') + "..."));
+    download = new wxDownloadFile(&receiver, stalled, Path("file"), true, 16384);
     EXPECT_TRUE(Pump([&] { return receiver.m_reports == "2 16384/99999 2 32768/99999 "; })) << receiver.m_reports;
     EXPECT_EQ(Download(m_server.Url("/large"), Path("file")), "-1 0/0 EBUSY") << "one file of two downloads";
     download->CancelDownload();

@@ -14,15 +14,14 @@ int main(int argc, char** argv)
                        { wxMessageOutputStderr().Printf("%s(%d): %s", file, line, what); });
     wxApp::SetInstance(new wxApp);
     const wxInitializer toolkit(argc, argv);
-    // The toolkit makes some of its locks when they are first used, which no two threads should do.
+    // The toolkit creates some of its locks on their first use, which must not happen on two threads at once.
     wxLogVerbose("starting");
     if (!toolkit || !wxSocketBase::Initialize())
         return EXIT_FAILURE;
     wxGUIEventLoop loop;
     const wxEventLoopActivator activate(&loop);
-    // A failure is not left to the end of the process, which may be cut short with status 0.
-    const int failed = RUN_ALL_TESTS();
-    if (failed != 0)
-        std::quick_exit(failed);
-    return failed;
+    // A failure ends the process here, because its normal end may be cut short with status 0.
+    if (RUN_ALL_TESTS() != 0)
+        std::quick_exit(EXIT_FAILURE);
+    return EXIT_SUCCESS;
 }

@@ -1,4 +1,4 @@
-// A server that says what it was told to, byte for byte, in the clear or over TLS, and remembers what it was asked.
+// A web server that sends exactly the given bytes, with or without TLS, and remembers the requests.
 
 #pragma once
 
@@ -33,8 +33,7 @@ inline std::string Ok(size_t length, const std::string& body, const std::string&
     return Ok("Content-Length: " + std::to_string(length) + "\r\n" + headers, body);
 }
 
-// Answers with a body that is whole, but for a byte, of a length that only the end of the connection tells, half, or
-// half a chunk.
+// Answers whose body is whole, lacks a byte, ends with the connection, stops half-way, or stops within a chunk.
 inline std::string Whole(const std::string& body) { return Ok(body.size(), body); }
 inline std::string AlmostWhole(const std::string& body) { return Ok(body.size(), body.substr(1)); }
 inline std::string OfNoLength(const std::string& body) { return Ok("", body); }
@@ -44,7 +43,7 @@ using Body = decltype(&Whole);
 
 using Tls = std::shared_ptr<SSL_CTX>;
 
-// A certificate for 127.0.0.1 that nobody vouches for but the file TEST_CERTIFICATE.
+// Uses a certificate for 127.0.0.1 that only the file TEST_CERTIFICATE vouches for.
 inline Tls MakeTls(int newest = TLS1_3_VERSION)
 {
     const Tls tls(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
@@ -62,14 +61,14 @@ inline void HangUp(const Bio& bio) { shutdown(static_cast<int>(BIO_get_fd(bio.ge
 struct Connection
 {
     Bio bio;
-    std::future<void> dialogue; // whose thread ends before the connection does
+    std::future<void> dialogue; // its thread ends before the connection is destroyed
 
     bool Send(const std::string& text) const
     {
         return BIO_write(bio.get(), text.data(), static_cast<int>(text.size())) > 0;
     }
 
-    // Reads up to and including the end; less when the client has closed.
+    // Reads up to and including this end, or what comes before the client closes.
     std::string Read(const std::string& end) const
     {
         std::string text;
@@ -78,8 +77,8 @@ struct Connection
         return text;
     }
 
-    // Sends the answer up to a mark of three characters, if there is one: what is behind "~~~" is sent slowly, what is
-    // behind "***" for ever, and "..." is silence.
+    // Sends the answer. A mark in it says how the rest is sent: slowly after "~~~", again and again after "***". After
+    // "..." nothing more is sent, and the connection stays open.
     void Say(const std::string& answer) const
     {
         const size_t end = std::min({answer.find("~~~"), answer.find("***"), answer.rfind("...")});
@@ -107,19 +106,19 @@ class ScriptedServer
 public:
     using Dialogue = std::function<void(const Connection& client)>;
 
-    // Speaks with each client until the dialogue returns.
+    // Holds the dialogue with each client, and then closes the connection.
     explicit ScriptedServer(Dialogue dialogue, const Tls& tls = nullptr)
         : m_dialogue(std::move(dialogue)), m_scheme(tls ? "https" : "http")
     {
-        signal(SIGPIPE, SIG_IGN); // OpenSSL knows no better
+        signal(SIGPIPE, SIG_IGN); // OpenSSL would cause it when a client has closed
         if (tls)
             BIO_set_accept_bios(m_listener.get(), BIO_new_ssl(tls.get(), 0));
         BIO_do_accept(m_listener.get());
         m_thread = std::thread([this] { Accept(); });
     }
 
-    // Answers the n-th request, each on a connection of its own, with the n-th text, and all that follow with the last
-    // one; without texts by path, as Serve() was told. end: of a request.
+    // Answers the n-th connection's request with the n-th text, and all later ones with the last text; without texts,
+    // as Serve() has set for the path. A request ends with the given end.
     explicit ScriptedServer(std::vector<std::string> texts = {}, const Tls& tls = nullptr,
                             const std::string& end = "\r\n\r\n")
         : ScriptedServer([=](const Connection& client) { client.Say(Find(client.Read(end), texts)); }, tls)
@@ -134,10 +133,12 @@ public:
             HangUp(client.bio);
     }
 
-    void Serve(const std::string& path, const std::string& answer)
+    // Sets the answer to requests for a path; returns its URL.
+    std::string Serve(const std::string& path, const std::string& answer)
     {
         const std::lock_guard<std::mutex> locker(m_lock);
         m_answers[path] = answer;
+        return Url(path);
     }
 
     std::string GetPort() const { return BIO_get_accept_port(m_listener.get()); }
@@ -183,6 +184,6 @@ private:
     std::mutex m_lock;
     std::map<std::string, std::string> m_answers; // of paths
     std::string m_requests;
-    size_t m_number = 0;             // of the text that comes next
-    std::list<Connection> m_clients; // of the thread; the last member, because the dialogues use the others
+    size_t m_number = 0;             // of the next text
+    std::list<Connection> m_clients; // used by m_thread; the last member, because their dialogues use the others
 };

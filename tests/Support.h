@@ -1,5 +1,5 @@
-// What the tests share: a fresh HOME and temporary directory for each, a web server of its own with
-// faults to order, and the main loop turned by hand. Texts are UTF-8 in std::string.
+// What the tests share. Each test has a HOME, a temporary directory and a web server of its own, and
+// runs the main loop itself. A std::string has UTF-8.
 
 #pragma once
 
@@ -16,7 +16,7 @@
 
 using Clock = std::chrono::steady_clock;
 
-// Turns the main loop until done() holds; false when it does not within the time.
+// Runs the main loop until done() returns true; returns false if that takes too long.
 inline bool Pump(const std::function<bool()>& done, int seconds = 20)
 {
     for (const auto end = Clock::now() + std::chrono::seconds(seconds); !done() && Clock::now() < end; wxMilliSleep(1))
@@ -38,7 +38,7 @@ protected:
             wxMkdir(Path(name));
         wxSetWorkingDirectory(m_folder);
         wxSetEnv("HOME", Path("home"));
-        wxSetEnv("TMPDIR", "tmp"); // what it means must not change
+        wxSetEnv("TMPDIR", "tmp"); // a relative path, which must keep its meaning
         wxSetEnv("XDG_RUNTIME_DIR", Path("run"));
         for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "no_proxy", "HTTPS_PROXY", "ALL_PROXY",
                                  "SSL_CERT_FILE", "SSL_CERT_DIR"})
@@ -57,7 +57,7 @@ protected:
 
     static void Write(const std::string& path, const std::string& content) { std::ofstream(path) << content; }
 
-    // The same for each call, as far as they go.
+    // Returns the beginning of a sequence that looks random and is always the same.
     static std::string Bytes(size_t count)
     {
         std::string bytes(count, '\0');

@@ -1,4 +1,4 @@
-// The window and the whole dialogue, every box answered where the toolkit would have shown it.
+// The window and the whole dialogue. A hook of the toolkit answers each box instead of showing it.
 
 #include "download/wxDownloadEvent.h"
 #include "tests/Support.h"
@@ -18,7 +18,7 @@
 namespace
 {
 
-// The rows, each with the name that GTK gives to a screen reader.
+// Returns the rows: each value after the name that GTK gives to a screen reader.
 std::string Rows()
 {
     std::string rows;
@@ -33,7 +33,7 @@ std::string Rows()
     return rows;
 }
 
-// Waits until the clock by which rates are measured, which may be some milliseconds late, begins a new second.
+// Waits until a new second begins; the clock that rates are measured with may be some milliseconds late.
 void AwaitSecond() { wxMilliSleep(1010 - wxGetUTCTimeMillis().ToLong() % 1000); }
 
 std::string Box(const wxString& title, const wxString& text, long style = wxOK | wxCENTRE | wxICON_INFORMATION)
@@ -43,10 +43,9 @@ std::string Box(const wxString& title, const wxString& text, long style = wxOK |
 
 const std::string UNKNOWN = Box("Unknown Internet Version", "Unable to determine the latest version available");
 const std::string NO_UPDATE = Box("No Update", "There are no updates available at this time.");
-const std::string QUESTION = Box("New Version Available",
-                                 "There is a new version available for download.\n"
-                                 "Would you like to download it now?",
-                                 wxYES_NO | wxICON_QUESTION);
+const std::string QUESTION =
+    Box("New Version Available", "There is a new version available for download.\nWould you like to download it now?",
+        wxYES_NO | wxICON_QUESTION);
 const std::string DONE = Box("Message", "The installer has been successfully downloaded.\n"
                                         "Please close the original application and run the installer.");
 
@@ -59,7 +58,7 @@ protected:
         delete wxLog::SetActiveTarget(nullptr); // a window that was closed during a download left another one
     }
 
-    // Opens a window, about which the user has seen nothing yet.
+    // Opens a window, and forgets the boxes of the one before.
     KestrelFrame* Open(bool shown = false)
     {
         KestrelFrame* const window = new KestrelFrame(nullptr, KestrelFrame::ID_FRAME, "Kestrel", wxDefaultPosition,
@@ -77,7 +76,7 @@ protected:
         return m_seen;
     }
 
-    // Checks version 1 of product A. The answer is "no", or the path to save to, empty to cancel there.
+    // Checks version 1 of product A. The answer is "no", or the path to save to; an empty path cancels the save dialog.
     std::string Run(const std::string& address, const std::string& answer = "no")
     {
         m_answer = answer;
@@ -87,44 +86,51 @@ protected:
 
     std::string Check(const std::string& fileInfo, const std::string& answer = "no", Body body = Whole)
     {
-        m_server.Serve("/info.txt", body(fileInfo));
-        return Run(m_server.Url("/info.txt"), answer);
+        return Run(m_server.Serve("/info.txt", body(fileInfo)), answer);
+    }
+
+    // Gives the window a report, and returns what the rows show then.
+    std::string Deliver(int status, const std::string& name = "", wxLongLong_t bytes = 0, wxLongLong_t size = 0)
+    {
+        wxDownloadEvent report(wxEVT_DOWNLOAD);
+        report.SetDownloadStatus(status);
+        report.SetURL("http://h/" + name);
+        report.SetDownloadedBytes(bytes);
+        report.SetFileSize(size);
+        m_window->ProcessWindowEvent(report);
+        return Rows();
     }
 
     int Enter(wxDialog* dialog) override
     {
         m_rows = Rows();
-        if (m_window && m_window->IsShown() && !gtk_widget_get_mapped(m_window->GetHandle()))
-            m_seen += "before the window ";
         if (const auto box = dynamic_cast<wxMessageDialog*>(dialog))
         {
             m_seen += Box(box->GetCaption(), box->GetMessage(), box->GetMessageDialogStyle());
             return m_answer == "no" ? wxID_NO : wxID_YES;
         }
         wxFileDialog& save = dynamic_cast<wxFileDialog&>(*dialog);
-        m_seen += save.HasFlag(wxFD_SAVE) && save.HasFlag(wxFD_OVERWRITE_PROMPT) ? "save" : "overwrite";
-        for (const wxString& text : {save.GetMessage(), save.GetDirectory(), save.GetFilename(), save.GetWildcard()})
-            m_seen += "|" + text.utf8_string();
-        m_seen += "\n";
+        m_seen += Box(save.GetMessage(), save.GetDirectory() + "|" + save.GetFilename() + "|" + save.GetWildcard(),
+                      save.GetWindowStyle() & (wxFD_SAVE | wxFD_OVERWRITE_PROMPT));
         if (m_answer.empty())
             return wxID_CANCEL;
         save.SetPath(m_answer);
         Pump([&] { return save.GetPath() == m_answer; });
-        AwaitSecond(); // the download's rate is 0 within its first second
+        AwaitSecond(); // the rate is 0 within the download's first second
         return wxID_OK;
     }
 
     wxWeakRef<wxWindow> m_window;
     std::string m_answer = "no";
     std::string m_seen;
-    std::string m_rows; // when the last box was shown
+    std::string m_rows; // when the last box opened
 };
 
 } // namespace
 
 TEST_F(WindowTest, StartsHiddenAndCentredAndEndsWhenClosed)
 {
-    KestrelFrame* const window = Open(); // the first one, whose decorations the toolkit does not know yet
+    KestrelFrame* const window = Open(); // the first one: the toolkit does not know the decorations yet
     EXPECT_FALSE(window->IsShown());
     EXPECT_EQ(Rows(), "File Name: |File Size: 0 kB|Progress: 0%|");
     EXPECT_EQ(window->GetSize(), window->GetMinSize());
@@ -138,21 +144,20 @@ TEST_F(WindowTest, StartsHiddenAndCentredAndEndsWhenClosed)
     EXPECT_TRUE(Pump([&] { return panel->GetSize() == window->GetClientSize() && panel->GetSize().x > 500; }));
 
     window->CheckForUpdate("", "A", "1");
-    wxMilliSleep(300); // now the last report waits
+    wxMilliSleep(300); // by now the last report is in the queue
     window->Close();
-    window->Close(true); // lets go of the download once only
+    window->Close(true); // must not cancel the download again
     EXPECT_EQ(SeenToTheEnd(), "");
 }
 
 TEST_F(WindowTest, BoxWaitsUntilTheWindowIsOnTheScreen)
 {
     KestrelFrame* const window = Open();
-    const auto later = [](wxShowEvent&) {}; // the toolkit may wait for the window manager
+    const auto later = [](wxShowEvent&) {}; // keeps the event from the window, as if it came later
     window->Bind(wxEVT_SHOW, later);
     window->Show();
-    wxDownloadEvent failure(wxEVT_DOWNLOAD);
-    failure.SetDownloadStatus(wxDOWNLOAD_FAIL);
-    window->ProcessWindowEvent(failure);
+    for (const int status : {wxDOWNLOAD_COMPLETE, wxDOWNLOAD_FAIL})
+        Deliver(status);
     EXPECT_EQ(m_seen, "");
     window->Unbind(wxEVT_SHOW, later);
     wxShowEvent shown(0, true);
@@ -160,7 +165,7 @@ TEST_F(WindowTest, BoxWaitsUntilTheWindowIsOnTheScreen)
     EXPECT_NE(SeenToTheEnd(), "");
 }
 
-TEST_F(WindowTest, VersionsSizesAndNamesAreReadAsTheyShould)
+TEST_F(WindowTest, VersionsSizesAndNamesFollowTheirRules)
 {
     for (const wxString row :
          {"2.1.0.6 < 2.1.0.7", "1.10 > 1.9", "1.9.9.9 < 2", "-1 < 0", "1.2 = 1.2.2.2", "1..3. = 1.0.3.0",
@@ -179,14 +184,13 @@ TEST_F(WindowTest, VersionsSizesAndNamesAreReadAsTheyShould)
               "b.bin; ; ; plain; %5ba%5d.bin; %5bb%5d.bin; %5bc%5d.bin; x%5bd%5d.bin; ");
 }
 
-TEST_F(WindowTest, VersionIsReadFromAnHonestTextOnly)
+TEST_F(WindowTest, VersionIsReadOnlyFromAnHonestText)
 {
     const std::string plain = "[A]\nVersion=2\n", none = "none", rest = std::string(63, '$') + std::string(1933, '1');
     const wxCharBuffer utf16 = (wxString(wxUniChar(0xFEFF)) + plain).mb_str(wxMBConvUTF16LE());
     wxSetEnv("LONG", std::string(2100, '2'));
     const std::string cases[][4] = {
-        {"limits", plain + std::string(120000, 'x') + "\n[" + std::string(100, '/') + std::string(65533, '\n'), "A",
-         "2"},
+        {"limit", plain + std::string(99999, 'x') + "\n[" + std::string(100, '/') + std::string(65533, '\n'), "A", "2"},
         {"too deep", plain + "[" + std::string(101, '/'), "A", none},
         {"too many quotation marks", plain + std::string(101, '"'), "A", none},
         {"too many lines", plain + std::string(65535, '\n'), "A", none},
@@ -212,16 +216,14 @@ TEST_F(WindowTest, VersionIsReadFromAnHonestTextOnly)
     }
 }
 
-TEST_F(WindowTest, DialogueGoesItsWholeWay)
+TEST_F(WindowTest, EachOutcomeShowsItsBoxes)
 {
     const std::string saved = Path("saved");
-    const std::string save = QUESTION + "save|Where would you like to save this installer?|" + Path("home/Desktop") +
-                             "|a&b.tar.gz|Installation Package (*.gz)|*.gz\n";
+    const std::string save = QUESTION + Box("Where would you like to save this installer?",
+                                            Path("home/Desktop") + "|a&b.tar.gz|Installation Package (*.gz)|*.gz",
+                                            wxFD_SAVE | wxFD_OVERWRITE_PROMPT);
     const auto offer = [&](Body body, const std::string& answer)
-    {
-        m_server.Serve("/d/a&b.tar.gz", body(Bytes(70000)));
-        return Check("[A]\nVersion=2\nLink=" + m_server.Url("/d/a&b.tar.gz"), answer);
-    };
+    { return Check("[A]\nVersion=2\nLink=" + m_server.Serve("/d/a&b.tar.gz", body(Bytes(70000))), answer); };
     EXPECT_EQ(offer(Whole, saved), save + DONE);
     EXPECT_EQ(m_rows, "File Name: a&b.tar.gz|File Size: 68.36 kB|Progress: 100.00 % (0.00 kBps)|");
     EXPECT_EQ(offer(Whole, "no"), QUESTION);
@@ -248,39 +250,27 @@ TEST_F(WindowTest, DialogueGoesItsWholeWay)
 
 TEST_F(WindowTest, SecondCheckIsRefusedAndChangesNothing)
 {
-    m_server.Serve("/info.txt", Whole("[A]\nVersion=1"));
     KestrelFrame* const window = Open(true);
-    window->CheckForUpdate(m_server.Url("/info.txt"), "A", "1");
+    window->CheckForUpdate(m_server.Serve("/info.txt", Whole("[A]\nVersion=1")), "A", "1");
     window->CheckForUpdate("", "", "");
     EXPECT_EQ(SeenToTheEnd(), Box("Message", "There is a download already in progress") + NO_UPDATE);
 }
 
 TEST_F(WindowTest, ReportsAreShownWithinTheDisplay)
 {
-    m_server.Serve("/info.txt", Ok(1, "..."));
     KestrelFrame* const window = Open(true);
     Pump([] { return false; }, 1);
     AwaitSecond();
-    window->CheckForUpdate(m_server.Url("/info.txt"), "A", "1");
-    const auto deliver = [&](int status, const std::string& name, wxLongLong_t bytes, wxLongLong_t size)
-    {
-        wxDownloadEvent report(wxEVT_DOWNLOAD);
-        report.SetDownloadStatus(status);
-        report.SetURL("http://h/" + name);
-        report.SetDownloadedBytes(bytes);
-        report.SetFileSize(size);
-        window->ProcessWindowEvent(report);
-        return Rows();
-    };
+    window->CheckForUpdate(m_server.Serve("/info.txt", Ok(1, "...")), "A", "1");
     wxLogWarning("held");
     AwaitSecond();
     AwaitSecond();
-    EXPECT_EQ(deliver(wxDOWNLOAD_INPROGRESS, "x&y", 512000, 1024000),
+    EXPECT_EQ(Deliver(wxDOWNLOAD_INPROGRESS, "x&y", 512000, 1024000),
               "File Name: x&y|File Size: 1000.00 kB|Progress: 50.00 % (256.00 kBps)|");
-    EXPECT_EQ(deliver(wxDOWNLOAD_INPROGRESS, "", 512000, 0),
+    EXPECT_EQ(Deliver(wxDOWNLOAD_INPROGRESS, "", 512000, 0),
               "File Name: |File Size: 0.00 B|Progress: 500.00 kB (256.00 kBps)|");
 
-    // At an edge of the display the window grows to the inside; a text too long for it has a tooltip.
+    // The window never grows over an edge of the display; a text that is too long for it becomes its tooltip.
     const wxWindow* const cell = wxWindow::FindWindowById(KestrelFrame::ID_FILE_NAME_TEXT);
     const wxRect display = wxGetClientDisplayRect();
     const int right = display.GetRight() - 50;
@@ -290,23 +280,23 @@ TEST_F(WindowTest, ReportsAreShownWithinTheDisplay)
         const int before = window->GetSize().x;
         window->Move(left, 100);
         EXPECT_TRUE(Pump([&, x = left] { return window->GetPosition().x == x; }));
-        EXPECT_EQ(deliver(wxDOWNLOAD_INPROGRESS, name, 1, 4).find("File Name: " + name + "|"), 0u);
+        EXPECT_EQ(Deliver(wxDOWNLOAD_INPROGRESS, name, 1, 4).find("File Name: " + name + "|"), 0u);
         EXPECT_TRUE(Pump([&] { return window->GetSize().x > before + 100; }));
-        EXPECT_TRUE(display.Contains(window->GetRect())); // before a window manager mends it
+        EXPECT_TRUE(display.Contains(window->GetRect())); // before the window manager corrects it
         EXPECT_EQ(gtk_label_get_ellipsize(GTK_LABEL(cell->GetHandle())), PANGO_ELLIPSIZE_MIDDLE);
         EXPECT_EQ(cell->GetToolTipText().empty(), length < 6000);
     }
 
-    // GTK is told of the first of many texts in a row and, before a box opens, of the last.
+    // Of many texts in a row GTK gets only some, but always the last one before a box opens.
     int changes = 0;
     const wxWindow* const progress = wxWindow::FindWindowById(KestrelFrame::ID_PROGRESS_TEXT);
     g_signal_connect_swapped(progress->GetHandle(), "notify::label", G_CALLBACK(+[](int* n) { ++*n; }), &changes);
     for (int bytes = 1; bytes <= 1000; ++bytes)
-        deliver(wxDOWNLOAD_INPROGRESS, "x", bytes, 1000);
+        Deliver(wxDOWNLOAD_INPROGRESS, "x", bytes, 1000);
     EXPECT_LE(changes, 30);
     EXPECT_EQ(m_seen, "") << "the log waits for the download";
     const std::string rows = Rows();
-    EXPECT_EQ(deliver(wxDOWNLOAD_FAIL, "begin" + std::string(6000, 'm') + "end.bin", 0, 0), rows);
+    EXPECT_EQ(Deliver(wxDOWNLOAD_FAIL, "begin" + std::string(6000, 'm') + "end.bin", 0, 0), rows);
     EXPECT_EQ(std::string(gtk_label_get_text(GTK_LABEL(progress->GetHandle()))).substr(0, 8), "100.00 %");
     const std::string seen = SeenToTheEnd();
     EXPECT_TRUE(wxString(seen).Matches("*|held\n*'beginmmm*mmmend.bin'*") && seen.length() < 450) << seen;
@@ -326,7 +316,7 @@ TEST_F(WindowTest, WindowThatWasClosedIsFollowedByNoBox)
     EXPECT_EQ(m_seen, "");
 }
 
-TEST_F(WindowTest, ThreadThatCannotBeCreatedIsTold)
+TEST_F(WindowTest, ThreadThatCannotBeCreatedIsReported)
 {
     KestrelFrame* const window = Open();
     pthread_attr_t usual, huge;
@@ -341,14 +331,14 @@ TEST_F(WindowTest, ThreadThatCannotBeCreatedIsTold)
     SeenToTheEnd();
 }
 
-TEST_F(WindowTest, EachRunReadsAFileOfItsOwnMaking)
+TEST_F(WindowTest, EachRunReadsOnlyTheFileItHasCreated)
 {
     const std::string folder = Path("tmp"), path = folder + "/nvrFileInfo.txt", other = Path("other");
     const std::string fresh = "[A]\nVersion=1", planted = "[A]\nVersion=9\nLink=http://127.0.0.1:1/x";
     const auto allow = [&](mode_t mode) { return chmod(folder.c_str(), mode); };
     const auto give = [&](uid_t user) { return chown(folder.c_str(), user, user); }; // works for root only
     wxFile another;
-    // Whether the run's own file replaces what is planted; otherwise it is let be.
+    // What lies at the path, whether the run replaces it with its own file, and how it got there.
     const std::tuple<const char*, bool, std::function<void()>> cases[] = {
         {"a second name of a file", true, [] { umask(0777); }},
         {"a link to nothing", false, [&] { EXPECT_TRUE(!unlink(path.c_str()) && !symlink("../none", path.c_str())); }},
@@ -379,7 +369,7 @@ TEST_F(WindowTest, EachRunReadsAFileOfItsOwnMaking)
         unlink(path.c_str());
     }
 
-    // What somebody replaces or can change while it arrives is not read.
+    // A file that somebody replaces or can change while it arrives is not read.
     m_server.Serve("/slow.txt", Ok(200000, "~~~" + fresh + "\n" + std::string(200000, ';')));
     const std::function<int()> attacks[] = {
         [&] { return rename(other.c_str(), path.c_str()); }, [&] { return link(path.c_str(), Path("second").c_str()); },

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# The program as its users and vendors meet it: command line, exit status, keyboard, close box.
+# Tries the program as its users and vendors do: command line, exit status, keyboard, close button.
 # Usage: tests/program.sh BUILD-FOLDER, on a display of its own (scripts/with-display).
-# KESTREL_CLOSINGS says how often the window is closed at a random instant.
+# KESTREL_CLOSINGS says how often the window is closed at a random moment.
 set -euo pipefail
 # shellcheck source=scripts/keyboard.sh
 . "$(dirname "$0")/../scripts/keyboard.sh"
@@ -13,17 +13,14 @@ mkdir -p "$HOME/Desktop" "$TMPDIR" "$work/web"
 unset http_proxy https_proxy all_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY
 start_server "$work/web"
 trap 'kill "$server"; rm -rf "$work"' EXIT
-fail() {
-    echo "FAILED: $*" >&2
-    exit 1
-}
-# start ADDRESS [COMMAND...]: starts the program, by a command if there is one, for a check of product Ärger.
+fail() { echo "FAILED: $*" >&2 && exit 1; }
+# start ADDRESS [COMMAND...]: starts a check for updates of product Ärger, by this command if there is one.
 start() {
     (($# > 1)) || set -- "$1" "$build/kestrel"
     "${@:2}" --version 1 --ini-section Ärger --address "$1" 2>"$work/stderr" &
     program=$!
 }
-# ended WHAT [STATUS]: the program ends with the status, or 0, and breaks no rule of the toolkit's.
+# ended WHAT [STATUS]: fails unless the program ends with this status, or 0, and without an assert of the toolkit.
 ended() {
     local status=0
     ends "$program" || status=$?
@@ -41,13 +38,13 @@ done
 
 echo "Without a display it says so"
 DISPLAY='' start x
-! wait "$program" || fail "status 0 without a display"
+ended "no display" 255
 [[ -s $work/stderr ]] || fail "nothing said without a display"
 
 head -c 200000 /dev/urandom >"$work/web/setup.bin"
 printf '[Ärger]\nVERSION=2\nLINK=%s/setup.bin\n' "$https/=$https" >"$work/web/ä.txt"
 
-echo "It speaks the language of its user, and its window is as the desktop wants it"
+echo "It speaks its user's language, and its windows have the right frame and icon"
 cp -r "$build/kestrel" "$build/locale" "$HOME"
 ln -s "$HOME/kestrel" "$work/linked"
 localedef --inputfile=tr_TR --charmap=UTF-8 "$work/tr_TR.UTF-8" # where "VERSION" is not "version"
@@ -55,30 +52,30 @@ start "$https/ä.txt" env LOCPATH="$work" LC_ALL=tr_TR.UTF-8 "$work/linked"
 wait_for "Yeni Sürüm Var"
 shown=$(xprop -name Kestrel WM_CLASS _MOTIF_WM_HINTS _NET_WM_STATE)
 [[ $shown == *'"kestrel", '*' = 0x3, 0x26, 0x1e, 0x0, 0x0'* && $shown != *ABOVE* ]] || fail "$shown"
-# A window without an icon of its own has the window manager's.
+# A box without an icon of its own would have the window manager's.
 [[ $(xprop -name Kestrel _NET_WM_ICON) == "$(xprop -id "$window" _NET_WM_ICON)" ]] || fail "another icon"
 kill "$program"
 wait "$program" 2>/dev/null || true
 
-echo "The whole way, over redirects to https and back, with neither a locale nor descriptors"
+echo "The whole dialogue over redirects, with neither a locale nor open descriptors"
 LC_ALL=C LANG=de_DE.UTF-8 start "$http/=$https/ä.txt" bash -c 'exec "$@" <&- >&- 2>&-' _ "$build/kestrel"
 wait_for "New Version Available"
 [[ $(readlink "/proc/$program/fd/2") == /dev/null ]] || fail "descriptor 2 is free for anything"
 for title in "New Version Available" "Where would you like to save this installer?" ""; do
     answer "$title"
 done
-ended "the whole way"
+ended "the whole dialogue"
 cmp "$work/web/setup.bin" "$HOME/Desktop/setup.bin"
 [[ $(ls "$TMPDIR") == nvrFileInfo.txt ]] || fail "left $(ls "$TMPDIR")"
 
-echo "A limit on the size of files is told as a full disk is"
+echo "A limit on the size of files is reported like a full disk"
 start "$https/slow/setup.bin"
 wait_for Kestrel
 prlimit --pid "$program" --fsize=0
 answer "File Not Saved"
 ended "a limit on files"
 
-echo "Closed while a box is open it ends with status 0, in English where its catalogue is damaged"
+echo "It ends with status 0 when it is closed while a box is open; a damaged catalogue leaves it in English"
 catalogue=$HOME/locale/de/LC_MESSAGES/kestrel.mo
 sed "s/»%s«/»%1\$n«/" "$(dirname "$0")/../locale/de.po" | msgfmt --output-file="$catalogue" -
 for row in "none.txt|Website Unreachable" "ä.txt|New Version Available|Where would you like to save this installer?"; do
@@ -93,8 +90,8 @@ for row in "none.txt|Website Unreachable" "ä.txt|New Version Available|Where wo
     truncate --size 900 "$catalogue"
 done
 
-echo "Closed at any instant it ends at once, with status 0"
-# The window of the run before may still be there for a moment.
+echo "It ends at once, with status 0, when it is closed at any moment"
+# The window of the previous run may still be there for a moment.
 has_window() {
     window=$(wmctrl -lp | awk -v program="$program" '$3 == program { print $1 }') && [[ -n $window ]]
 }

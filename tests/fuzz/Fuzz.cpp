@@ -1,4 +1,4 @@
-// Any bytes as what comes from the network. Each target is made of this file and calls one of the functions, TRY.
+// Feeds random bytes to the code that reads texts from the network. Each target calls another function, TRY.
 
 #include "window/FileInfo.h"
 #include "window/KestrelFrame.h"
@@ -11,7 +11,7 @@
 
 #include <unistd.h>
 
-// Ends the run with a report when something does not hold.
+// Ends the run with a report if a rule does not hold.
 void Require(bool holds)
 {
     if (!holds)
@@ -27,7 +27,7 @@ wxString TakeLine(std::string& text)
     return line;
 }
 
-// A file information: the first line is the section, the second the installed version, the rest the text.
+// Takes the first line as a section, the second as the installed version, and the rest as the file information.
 void TryFileInfo(std::string text)
 {
     static const std::string path = "/dev/shm/kestrel-fuzz-" + std::to_string(getpid());
@@ -45,7 +45,7 @@ void TryFileInfo(std::string text)
     Require(!(KestrelFrame::IsNewer(version, installed) && KestrelFrame::IsNewer(installed, version)));
 }
 
-// A URL, and a size.
+// Takes the first line as a URL, and the first bytes as a size.
 void TryTexts(std::string text)
 {
     wxLongLong_t bytes = 0;
@@ -58,7 +58,7 @@ void TryTexts(std::string text)
     Require(bytes < 0 || (number >= 0 && (number <= 1024 || shown.EndsWith("GB"))));
 }
 
-// Starts the toolkit for a program without windows, and drops what it complains about.
+// Starts the toolkit without windows and without its log.
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     wxDISABLE_DEBUG_SUPPORT();
