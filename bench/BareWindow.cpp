@@ -1,5 +1,5 @@
-// The least that the toolkit needs for a window: what Kestrel's is compared with. Writes a line
-// when it is on the screen. With an argument it has a text that changes 60 times a second.
+// The simplest window that the toolkit can show, to compare Kestrel's with. Writes a line when it
+// is on the screen. With an argument it has a text that changes 60 times a second.
 
 #include <wx/app.h>
 #include <wx/frame.h>

@@ -1,7 +1,7 @@
-// Preloaded into the program as it is, answers its dialogs and measures the installer's download:
-// from the answer in the save dialog, which is the path in KESTREL_BENCH_SAVE, to the last box. The
-// result is one line of JSON on standard output, in seconds; what any other box says goes to
-// standard error.
+// A library that is preloaded into the unchanged program. It answers the program's boxes, and
+// measures the installer's download from the answer in the save dialog, which is the path in
+// KESTREL_BENCH_SAVE, to the last box. It writes one line of JSON to standard output, in seconds,
+// and the text of any other box to standard error.
 
 #include <wx/crt.h>
 #include <wx/evtloop.h>
@@ -53,7 +53,7 @@ private:
     {
         wxGetEnv("KESTREL_BENCH_SAVE", &m_path);
         dialog.SetPath(m_path);
-        // GTK takes the path in its own time.
+        // GTK takes over the path only after some events.
         while (dialog.GetPath() != m_path)
             wxEventLoopBase::GetActive()->YieldFor(wxEVT_CATEGORY_ALL);
         m_process = Read(CLOCK_PROCESS_CPUTIME_ID);

@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
-"""Measures Kestrel against curl, wget and a bare window, and writes what it found into a document.
+"""Compares Kestrel with curl, wget and a bare window, and writes the result into a document.
 
 Usage: measure.py BUILD-FOLDER ROUNDS DOCUMENT RESULT
 
-RESULT is DOCUMENT with what stands between the lines BEGIN and END written anew. Needs a display of
-its own with a window manager, and 1 GiB in /dev/shm.
+RESULT is a copy of DOCUMENT with a new text between the lines BEGIN and END. Needs a display of its
+own with a window manager, and 1 GiB in /dev/shm.
 
-Whoever else uses the machine can only add to what is measured, so the best three rounds count.
-Memory that was free for some seconds may be gone back to the host, and to fetch it again takes
-longer than a download: every program overwrites what the one before has saved, and gets its pages.
+Other work on the machine can only make a round slower, so the best three rounds count. A virtual
+machine returns memory to its host when it has been free for some seconds, and getting it back takes
+longer than a download. So each program overwrites the file that the previous one has saved.
 """
 
 import contextlib
@@ -36,7 +36,7 @@ SLOW_SIZE = 8  # MiB
 SMALL, LARGE = 1, 10 * 1024  # MiB, for the memory
 SO_MAX_PACING_RATE = 47
 
-# What is measured, by which figure, against what, and the most that is wanted over each scheme.
+# What is compared, its figure, the other program, and the largest ratio that is wanted for each scheme.
 RATIOS = [
     ("time", "seconds", "curl", {"http": 1.4, "https": 1.1}),
     ("time", "seconds", "wget", {"http": 1.15, "https": 1.05}),
@@ -67,7 +67,7 @@ DocumentRoot {work}/served
 
 
 class LineHandler(http.server.SimpleHTTPRequestHandler):
-    """Sends as a line of its server's rate would."""
+    """Sends as slowly as a line with its server's rate."""
 
     def setup(self):
         self.directory = self.server.directory
@@ -81,7 +81,7 @@ def free_port():
 
 
 def run(*command):
-    """Runs a command to its end. What it prints as JSON overrides what is seen from outside."""
+    """Runs a command to its end and returns its figures. Those that it prints as JSON take precedence."""
     start = time.monotonic()
     process = subprocess.Popen(command, stdout=subprocess.PIPE)
     said = process.stdout.read()
@@ -178,7 +178,7 @@ class Bench:
         return results
 
     def measure_lines(self):
-        """At the two rates, and the sizes that are fetched for the memory."""
+        """Downloads at the two rates, and the two sizes whose use of memory is compared."""
         for size in (SLOW_SIZE, SMALL, LARGE):
             self.serve(size)
         return {name: [self.kestrel(section, size, save) for _ in range(min(3, self.rounds))]
@@ -188,7 +188,7 @@ class Bench:
                                                   (LARGE, "http", LARGE, self.nothing))}
 
     def measure_drawing(self):
-        """How much of a processor a bare window takes that is drawn 60 times a second."""
+        """Returns the share of a processor that a bare window takes when it is drawn 60 times a second."""
         def spent():
             return int(open(f"/proc/{process.pid}/schedstat").read().split()[0]) / 1e9
 
@@ -201,7 +201,7 @@ class Bench:
         return share
 
     def measure_starts(self):
-        """Seconds from the start of a program to its window, or to the first byte it asks with."""
+        """Returns the seconds from a program's start to its window, or to the first byte of its request."""
         times = {"bare window": [], "Kestrel": []}
         with socket.create_server(("127.0.0.1", 0)) as listener:
             listener.settimeout(20)
@@ -209,7 +209,7 @@ class Bench:
             commands = {"bare window": [self.build + "/bench/bare_window"],
                         "Kestrel": [self.build + "/kestrel", "-i", "a", "-v", "1", "-a", address]}
             for name in tuple(times) * (2 * self.rounds + 1):
-                time.sleep(0.3)  # the window manager takes its time, before and after the kill
+                time.sleep(0.3)  # the window manager needs some time, before and after the kill
                 start = time.monotonic()
                 process = subprocess.Popen(commands[name], stderr=subprocess.PIPE)
                 if name == "Kestrel":
@@ -220,7 +220,7 @@ class Bench:
                 time.sleep(0.3)
                 process.kill()
                 process.wait()
-        return {name: each[1:] for name, each in times.items()}  # the first reads the disk
+        return {name: each[1:] for name, each in times.items()}  # the first start reads the disk
 
 
 def best(runs, key="seconds"):
@@ -268,7 +268,7 @@ def report(rounds, fetching, lines, drawing, starts):
             best(lines[FAST], "share"), 0.15, "{:.1%}")
     compare("the window's thread at 1 MB/s, of one processor; target: a bare window at 60 Hz",
             best(lines[SLOW], "share"), drawing, "{:.1%}")
-    # Nothing of the noise adds to memory: the most counts against the least.
+    # Other work does not change the use of memory, so the largest figure counts against the smallest.
     compare("memory for 10 GiB, more than for 1 MiB", max(each["peak"] for each in lines[LARGE]) -
             min(each["peak"] for each in lines[SMALL]), 4, "{:.1f} MiB")
     compare("last byte to the last box, the longest of all rounds",

@@ -16,8 +16,8 @@ set(host
     libz libpng16 liblzma libzstd libuuid
     # OpenSSL 3 and Kerberos: on every desktop, and fixes to them come with the system
     libssl libcrypto libgssapi_krb5
-    # GnuTLS, for parts of libcurl that Kestrel does not use, with the libraries that the host's
-    # GnuTLS uses itself
+    # GnuTLS, which parts of libcurl use that Kestrel does not need, with the libraries that the
+    # host's GnuTLS itself uses
     libgnutls libnettle libhogweed libgmp)
 list(TRANSFORM host REPLACE "(.+)" "^\\1[.]so")
 

@@ -36,7 +36,7 @@ def ask_dpkg(*arguments):
 
 def package_of(library):
     """Returns the name and architecture of the package that the file belongs to."""
-    # dpkg knows a file by its path in the package, which may start with /usr or not.
+    # dpkg knows a file by its path in the package, which may or may not start with /usr.
     path = os.path.realpath(library).removeprefix("/usr")
     for known in ("/usr" + path, path):
         try:

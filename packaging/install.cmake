@@ -10,8 +10,8 @@ set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 include(GNUInstallDirs)
 
 if(KESTREL_PORTABLE)
-    # The loader searches an RPATH (unlike a RUNPATH) before LD_LIBRARY_PATH, also for what the libraries
-    # need themselves. The folders of the various systems follow lib/, so that an LD_LIBRARY_PATH of the
+    # The loader searches an RPATH (unlike a RUNPATH) before LD_LIBRARY_PATH, also for the libraries that
+    # libraries need. The folders of the various systems follow lib/, so that an LD_LIBRARY_PATH of the
     # calling application changes none of the libraries. The loader skips files of another architecture.
     set_target_properties(kestrel PROPERTIES
         BUILD_WITH_INSTALL_RPATH ON
