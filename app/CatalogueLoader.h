@@ -1,5 +1,5 @@
-// Finds and loads the translations. The toolkit's own loader trusts what is in a catalogue, so a
-// damaged one crashes the program; this one skips it. Main thread only.
+// Finds and loads the translations. The toolkit's own loader trusts the contents of a catalogue, so
+// a damaged catalogue would crash the program; this loader skips it. Main thread only.
 
 #pragma once
 

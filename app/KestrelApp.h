@@ -9,9 +9,9 @@
 class KestrelApp : public wxApp
 {
 public:
-    // Opens the window and starts the check for an update. Returns false if the command line is
-    // rejected or asks for help: the usage is on standard error, there is no window, and the
-    // process ends with status 255.
+    // Opens the window and starts the check for an update. If the command line is rejected or asks
+    // for help, opens no window, writes the usage to standard error and returns false; the process
+    // then ends with status 255.
     bool OnInit() override;
     int OnExit() override;
     void OnInitCmdLine(wxCmdLineParser& parser) override;

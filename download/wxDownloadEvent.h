@@ -1,8 +1,7 @@
 // A report from a download thread to the window that started it.
 //
 // The download thread posts an event with wxEvtHandler::AddPendingEvent(), which queues a copy made
-// by Clone(). The receiver gets that copy, which shares no texts with its original, on the main
-// thread.
+// by Clone(). The receiver gets that copy on the main thread; it shares no texts with the original.
 
 #pragma once
 
@@ -11,8 +10,8 @@
 #include <memory>
 
 // The kinds of events. A failure means that the URL could not be opened, or that the local file
-// could not be created or written; then progress reports may have come before. A transfer that ends
-// early for another reason is complete, but IsCut().
+// could not be created or written; progress reports may have come before it. A transfer that ends
+// early for another reason is reported as complete, and IsCut().
 constexpr int wxDOWNLOAD_NONE = -2;    // a new event; never posted
 constexpr int wxDOWNLOAD_FAIL = -1;    // the download has failed; the last event
 constexpr int wxDOWNLOAD_COMPLETE = 1; // the transfer has ended, the file is closed; the last event

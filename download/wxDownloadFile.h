@@ -6,9 +6,9 @@
 // up, the transfer pauses until the waiting reports have been handled.
 //
 // Ownership. The object is created with new and deletes itself, but not before its owner has called
-// CancelDownload(), exactly once: to stop the download, or after the last report has arrived.
-// Afterwards the thread posts no event and no log message any more. Events that are already in the
-// receiver's queue still arrive; the receiver has to ignore them.
+// CancelDownload(), exactly once: to stop the download, or after the last report has arrived. After
+// that call the thread posts no event and no log message. Events that are already in the receiver's
+// queue still arrive; the receiver has to ignore them.
 //
 // The end of the process. When the main loop has ended, a thread that is still in a transfer is
 // told to stop. The process waits for it at most half a second, and then ends at once.
@@ -35,13 +35,13 @@ public:
     // parent       the receiver; not null, not owned, alive until CancelDownload() has been called
     // url          the URL to fetch; any that wxURL can open
     // localFile    the path to write to. Once the URL has been opened, an existing file is
-    //              overwritten. In a folder where others can write, it must be a regular file of
-    //              the user's own with no other hard link; otherwise EPERM or ELOOP is reported
+    //              overwritten. In a folder where others can write, that file must be regular, the
+    //              user's own and without another hard link; otherwise EPERM or ELOOP is reported
     // notify       whether progress reports are posted
     // notifyBytes  the progress interval: a report follows each block of 4096 bytes that makes the
     //              number of received bytes a multiple of it; none if it is not positive
-    // limit        the largest number of bytes that is wanted, or -1 for no limit. A transfer is
-    //              complete beyond it, with at most 4096 bytes more
+    // limit        the largest number of bytes that is wanted, or -1 for no limit. A transfer that
+    //              exceeds it ends as complete, with at most 4096 bytes more
     wxDownloadFile(wxWindow* parent, wxString url, wxString localFile, bool notify,
                    wxLongLong_t notifyBytes, wxLongLong_t limit = -1);
 

@@ -14,9 +14,9 @@ public:
     // if it is an ftp directory.
     bool Set(const std::string& url);
 
-    // Moves to the URL that an answer came from, if it is valid. Unless it has credentials of its
-    // own, it gets those of the first URL if it has the same scheme, host and port, or if it is the
-    // same host with https on port 443 instead of http on port 80.
+    // Moves to the URL that an answer came from, if it is valid. If it has no credentials, it gets
+    // those of the first URL, provided that scheme, host and port are the same, or that only http
+    // on port 80 has become https on port 443.
     void MoveTo(const char* url);
 
     // Returns the URL to ask for, with its credentials; empty if it is not valid.

@@ -1,5 +1,5 @@
-// What an answer says about a resource: whether it brings the resource, or the rest of it, and
-// never another one (RFC 9110, sections 8.8, 13 and 14). One thread uses an object.
+// Judges whether an answer brings a resource, or the rest of it, and not another resource (RFC
+// 9110, sections 8.8, 13 and 14). One thread uses an object.
 
 #pragma once
 
@@ -32,8 +32,8 @@ public:
         Refuse
     };
 
-    // Judges the last answer as soon as its header is complete. The first one that is accepted says
-    // what the resource is. The bytes received before count from the start of the resource.
+    // Judges the last answer; call it when its header is complete. The first accepted answer says
+    // what the resource is. received: how many bytes of the resource have arrived already.
     Verdict Judge(CURL* easy, curl_off_t received);
 
     // Returns whether an answer has been accepted.

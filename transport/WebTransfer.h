@@ -4,8 +4,9 @@
 // from https to http. Credentials go only to the host they were given for.
 //
 // When the connection breaks, the transfer goes on where it stopped. If the server offers byte
-// ranges and gave a validator, it is asked for the rest. Otherwise the resource is fetched anew and
-// compared, until three attempts in a row get no further. Bytes of two resources are never joined.
+// ranges and gave a validator, it is asked for the rest. Otherwise the resource is fetched from the
+// start and compared, until three attempts in a row get no further. Bytes of two resources are
+// never joined.
 //
 // One thread uses an object. The toolkit's verbose log says why a transfer fails.
 
@@ -26,8 +27,8 @@
 class WebTransfer : public wxInputStream
 {
 public:
-    // timeout    how long nothing may arrive: at first nothing of an answer's header (over ftp, of
-    //            the file), afterwards nothing of the resource
+    // timeout    how long nothing may arrive: at first no line of an answer's header (over ftp, no
+    //            byte of the file), afterwards no new byte of the resource
     // cancelled  called at least every 50 milliseconds during each operation, on the same thread;
     //            once it returns true, the operation ends as if nothing had arrived for too long
     WebTransfer(std::chrono::seconds timeout, std::function<bool()> cancelled)

@@ -1,8 +1,8 @@
 // Provides http, https and ftp for wxURL, on libcurl. When the program starts, these classes
-// register themselves before the toolkit's own.
+// register themselves; wxURL then finds them before the toolkit's own.
 //
-// wxURL gives a protocol only the path of an address, so the caller has to pass the whole one to
-// the wxWebProtocol in wxURL::GetProtocol(). One thread uses an object and its stream.
+// wxURL gives a protocol only the path of an address, so the caller has to pass the whole address
+// to the wxWebProtocol from wxURL::GetProtocol(). One thread uses an object and its stream.
 
 #pragma once
 
@@ -17,8 +17,8 @@ public:
     //
     // address    the whole URL
     // cancelled  called at least every 50 milliseconds during each call to GetInputStream() or its
-    //            stream, on the same thread; once it returns true, that call ends. It must stay
-    //            valid as long as the stream exists
+    //            stream, on the same thread; once it returns true, that call ends. What it uses
+    //            must exist as long as the stream
     void SetRequest(const wxString& address, std::function<bool()> cancelled);
 
     // Returns a WebTransfer, which the caller deletes, or null if WebTransfer::Open() has failed.

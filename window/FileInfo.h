@@ -1,7 +1,7 @@
 // The file information: an INI text in the form that wxFileConfig reads. The product's section has
 // the latest version ("Version", dotted decimal) and the URL of its installer ("Link"); nothing
-// else is read. No call opens a box: what wxFileConfig complains about is shown with --verbose only
-// (see QuietLog). Main thread only.
+// else is read. No call opens a box; only --verbose shows the complaints of wxFileConfig (see
+// QuietLog). Main thread only.
 //
 // The text comes from the network, so every size in it is limited. No text keeps the main thread
 // busy for more than half a second.
@@ -21,14 +21,14 @@ public:
     // The longest value, in characters, both before and after variables are expanded.
     static constexpr size_t VALUE_LIMIT = 4096;
 
-    // Reads the whole text at path; the file is not needed afterwards. A text that is missing,
-    // unreadable or too long, or has a line with more than 100 '/', or more than 65536 lines,
-    // counts as empty. The section is a path from the root, so a '/' in it names a nested section.
+    // Reads the whole text at path; the file is not needed afterwards. A text counts as empty if it
+    // is missing, unreadable or too long, if it has more than 65536 lines, or if a line has more
+    // than 100 '/' or 100 '"'. A '/' in the section names a nested section, as in a path.
     FileInfo(const wxString& path, const wxString& section);
 
-    // Reads a value of the section, with environment variables ("$NAME") expanded. Returns false,
-    // and leaves the argument as it is, if the section or the value is missing, or if the value is
-    // too long or has more than 64 '$'.
+    // Reads a value of the section, and expands the environment variables ("$NAME") in it. Returns
+    // false, and leaves the argument as it is, if the section or the value is missing, or if the
+    // value is too long or has more than 64 '$'.
     bool ReadVersion(wxString& version) { return Read("Version", version); }
     bool ReadLink(wxString& link) { return Read("Link", link); }
 

@@ -2,9 +2,9 @@
 //
 // All runs of all users download it to the same path in a shared directory. So this class creates
 // the file itself, new and accessible to the user alone, and holds an advisory lock (flock(2)) on
-// it. The system releases the lock when the process ends. A run does not wait if another run has
-// locked the file, if the path belongs to another user, or if others can replace files in the
-// directory: it creates a directory of its own.
+// it. The system releases the lock when the process ends. If another run has locked the file, if
+// the path belongs to another user, or if others can replace files in the directory, a run does not
+// wait but creates a directory of its own.
 //
 // Main thread only. No call blocks or opens a box.
 
@@ -25,11 +25,11 @@ public:
     // Releases the file of an earlier call.
     wxString Take(const wxString& directory);
 
-    // Returns why the given directory would not do, as errno(3), after Take() returned no path.
+    // Returns why Take() could not use the given directory, as errno(3), if it returned no path.
     int GetError() const { return m_error; }
 
-    // Returns whether the file at the path is still the one that Take() created, and whether still
-    // only the user can write to it.
+    // Returns whether the file at the path is still the one that Take() created, and only the user
+    // can write to it.
     bool IsIntact() const;
 
     // Gives up the path, so that another run can create a new file there. Removes the file only if

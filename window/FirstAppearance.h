@@ -11,8 +11,8 @@
 class FirstAppearance
 {
 public:
-    // window: not owned; outlives this object. It must not have been shown yet, and may be a window
-    // whose Create() has not been called yet.
+    // window: not owned; must outlive this object. It must not have been shown yet. Its Create()
+    // may be called later.
     explicit FirstAppearance(wxTopLevelWindow* window);
 
     // If Show() has been called but the window is not on the screen yet: keeps a copy of the event,

@@ -83,7 +83,7 @@ public:
     // that it exceeds, otherwise in B. Here a kB has 1024 bytes; in the transfer rate it has 1000.
     static wxString FormatFileSize(wxLongLong_t size);
 
-    // The same as GetLastSegment().
+    // The same as GetLastSegment() in window/NameText.h.
     static wxString GetFileNameFromURL(const wxString& url);
 
 private:

@@ -1,6 +1,6 @@
 // Keeps the toolkit's log from opening boxes between Begin() and End(). What was logged meanwhile
 // is shown the next time that the log is flushed. Without the pause, a box of ours could open over
-// a log box that the user has not answered yet. Begin() does nothing during a pause, and End()
+// a log box that the user has not answered yet. Begin() does nothing during a pause, and End() does
 // nothing without one. Main thread only.
 
 #pragma once

@@ -1,8 +1,8 @@
-// While an object of this class exists, what the toolkit logs on the main thread opens no box. With
-// the option --verbose, the first 20 messages are shown, cut to 300 characters each. Use it for
-// complaints that the user can do nothing about, such as a malformed line in a vendor's text. A
-// text can cause a complaint for each of its characters, hence the two limits. Main thread only;
-// objects must be destroyed in the reverse order of their creation.
+// While an object of this class exists, messages that the toolkit logs on the main thread open no
+// box. With the option --verbose, the first 20 of them are shown, cut to 300 characters each. Use
+// it for complaints that the user can do nothing about, such as a malformed line in a vendor's
+// text. A text can cause a complaint for each of its characters, hence the two limits. Main thread
+// only; objects must be destroyed in the reverse order of their creation.
 
 #pragma once
 

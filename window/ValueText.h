@@ -15,8 +15,8 @@
 class ValueText : public wxStaticText, private wxModalDialogHook
 {
 public:
-    // text: the initial one.
-    // label: names the value for a screen reader; not owned; lives as long as this object.
+    // text: the initial text.
+    // label: names the value for a screen reader; not owned; must live as long as this object.
     ValueText(wxWindow* parent, wxWindowID id, const wxString& text, const wxStaticText* label);
 
     void SetLabel(const wxString& text) override;
