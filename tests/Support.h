@@ -21,7 +21,7 @@ inline bool Pump(const std::function<bool()>& done, int seconds = 20)
 {
     for (const auto end = Clock::now() + std::chrono::seconds(seconds); !done() && Clock::now() < end; wxMilliSleep(1))
     {
-        while (wxEventLoopBase::GetActive()->Pending())
+        while (!done() && wxEventLoopBase::GetActive()->Pending())
             wxEventLoopBase::GetActive()->Dispatch();
         wxTheApp->ProcessPendingEvents();
         wxTheApp->ProcessIdle();
