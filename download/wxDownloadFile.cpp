@@ -302,7 +302,8 @@ int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
             postHeld();
     }
     postHeld();
-    if (std::fclose(file.release()) != 0 && error == 0)
+    // Somebody may have removed the file meanwhile.
+    if ((std::fclose(file.release()) != 0 || access(m_localFile.fn_str(), F_OK) != 0) && error == 0)
         error = errno;
     event.SetDownloadedBytes(total);
     const bool cut = total < m_fileSize || stream.GetLastError() == wxSTREAM_READ_ERROR;

@@ -152,6 +152,15 @@ TEST_F(DownloadTest, FileThatCannotBeWrittenIsReportedAndPlantedOnesAreLeftAlone
         EXPECT_EQ(Download(url, path, false), reports) << path;
     const std::string small = m_server.Serve("/small", Whole("small"));
     EXPECT_EQ(Download(small, "/dev/full"), failed + "ENOSPC") << "seen only when the file is closed";
+    const auto remove = [this](const Connection& client)
+    {
+        client.Read("\r\n\r\n");
+        client.Send(Ok(5000, std::string(4096, 'x')));
+        while (unlink(Path("removed").c_str()) != 0)
+            continue;
+        client.Send(std::string(904, 'x'));
+    };
+    EXPECT_EQ(Download(ScriptedServer(remove).Url(), Path("removed")), failed + "ENOENT");
     EXPECT_EQ(Read(Path("kept")), "kept");
     EXPECT_EQ(Read(Path("team/target")), "kept");
     EXPECT_EQ(Read(Path("own/target")), Bytes(100000));
