@@ -220,12 +220,12 @@ TEST_F(WindowTest, EachOutcomeShowsItsBoxes)
 {
     const std::string saved = Path("saved");
     const std::string save = QUESTION + Box("Where would you like to save this installer?",
-                                            Path("home/Desktop") + "|a&b.tar.gz|Installation Package (*.gz)|*.gz",
+                                            Path("home/Desktop") + "|_&b.tar.gz|Installation Package (*.gz)|*.gz",
                                             wxFD_SAVE | wxFD_OVERWRITE_PROMPT);
     const auto offer = [&](Body body, const std::string& answer)
-    { return Check("[A]\nVersion=2\nLink=" + m_server.Serve("/d/a&b.tar.gz", body(Bytes(70000))), answer); };
+    { return Check("[A]\nVersion=2\nLink=" + m_server.Serve("/d/~&b.tar.gz", body(Bytes(70000))), answer); };
     EXPECT_EQ(offer(Whole, saved), save + DONE);
-    EXPECT_EQ(m_rows, "File Name: a&b.tar.gz|File Size: 68.36 kB|Progress: 100.00 % (0.00 kBps)|");
+    EXPECT_EQ(m_rows, "File Name: ~&b.tar.gz|File Size: 68.36 kB|Progress: 100.00 % (0.00 kBps)|");
     EXPECT_EQ(offer(Whole, "no"), QUESTION);
     wxRmdir(Path("home/Desktop"));
     EXPECT_EQ(offer(Whole, ""), save);

@@ -26,8 +26,6 @@ namespace
 // Bytes between two progress reports: often enough for a steady display on a slow line.
 constexpr wxLongLong_t PROGRESS_INTERVAL = 16384;
 
-constexpr int VERSION_PARTS = 4;
-
 } // namespace
 
 wxIMPLEMENT_CLASS(KestrelFrame, wxFrame);
@@ -180,7 +178,7 @@ long KestrelFrame::GetVersionPart(wxString version, int k)
 // static
 bool KestrelFrame::IsNewer(const wxString& version, const wxString& installed)
 {
-    for (int k = 1; k <= VERSION_PARTS; ++k)
+    for (int k = 1; k <= 4; ++k)
     {
         const long part = GetVersionPart(version, k), installedPart = GetVersionPart(installed, k);
         if (part != installedPart)
@@ -234,7 +232,9 @@ void KestrelFrame::ProcessFileInfo()
 
 void KestrelFrame::DownloadInstaller()
 {
-    const wxString name = GetFileNameFromURL(m_installerLink);
+    wxString name = GetFileNameFromURL(m_installerLink);
+    if (name.StartsWith("~")) // GTK would take it for a home folder
+        name.Replace("~", "_", false);
     wxFileName nameParts;
     nameParts.Assign(name, wxPATH_NATIVE);
     const wxString extension = nameParts.GetExt();
