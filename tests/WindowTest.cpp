@@ -190,9 +190,10 @@ TEST_F(WindowTest, VersionIsReadOnlyFromAnHonestText)
     const wxCharBuffer utf16 = (wxString(wxUniChar(0xFEFF)) + plain).mb_str(wxMBConvUTF16LE());
     wxSetEnv("LONG", std::string(2100, '2'));
     const std::string cases[][4] = {
-        {"limit", plain + std::string(99999, 'x') + "\n[" + std::string(100, '/') + std::string(65533, '\n'), "A", "2"},
+        {"limit", plain + std::string(99999, 'x') + "\n[" + std::string(100, '/') + std::string(32765, '\n'), "A", "2"},
+        {"quotation marks", plain + std::string(1900, '"'), "A", "2"},
         {"too deep", plain + "[" + std::string(101, '/'), "A", none},
-        {"too many quotation marks", plain + std::string(101, '"'), "A", none},
+        {"too many quotation marks", plain + std::string(2000, '"'), "A", none},
         {"too many lines", plain + std::string(65535, '\n'), "A", none},
         {"limits of a version", "[A]\nVersion=$LONG" + rest, "A", std::string(2100, '2') + rest},
         {"too long a version", "[A]\nVersion=$LONG" + rest + "1", "A", none},

@@ -11,12 +11,12 @@ namespace
 // No honest text nests its sections deeper. wxFileConfig reads nested sections by recursion.
 constexpr int DEPTH_LIMIT = 100;
 
-// No honest line has more quotation marks. The reader complains of each one that it does not
-// expect, and repeats the line.
-constexpr int QUOTE_LIMIT = 100;
+// The reader complains of each quotation mark that it does not expect, and repeats the line. This
+// is how many characters all complaints may have, and what each has besides the line.
+constexpr size_t COMPLAINT_LIMIT = 4 * 1024 * 1024, COMPLAINT_SIZE = 100;
 
-// The reader complains of each malformed line, which takes longer than to read one that is well.
-constexpr size_t LINE_LIMIT = 65536;
+// The reader complains of each malformed line, which takes longer than reading a well-formed one.
+constexpr size_t LINE_LIMIT = 32768;
 
 // No honest value has more variables. The time to expand them grows with the square of their
 // number.
@@ -31,9 +31,14 @@ bool IsHarmless(const wxString& path)
         return false;
     if (text.GetLineCount() > LINE_LIMIT)
         return false;
+    size_t complaints = 0;
     for (size_t line = 0; line < text.GetLineCount(); ++line)
-        if (text[line].Freq('/') > DEPTH_LIMIT || text[line].Freq('"') > QUOTE_LIMIT)
+    {
+        complaints +=
+            static_cast<size_t>(text[line].Freq('"')) * (text[line].length() + COMPLAINT_SIZE);
+        if (text[line].Freq('/') > DEPTH_LIMIT || complaints > COMPLAINT_LIMIT)
             return false;
+    }
     return true;
 }
 

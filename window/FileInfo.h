@@ -22,8 +22,8 @@ public:
     static constexpr size_t VALUE_LIMIT = 4096;
 
     // Reads the whole text at path; the file is not needed afterwards. A text counts as empty if it
-    // is missing, unreadable or too long, if it has more than 65536 lines, or if a line has more
-    // than 100 '/' or 100 '"'. A '/' in the section names a nested section, as in a path.
+    // is missing, unreadable or too long, if it has more than 32768 lines or a line with more than
+    // 100 '/', or if its '"' could make the reader complain for too long. A '/' in the section names a nested section, as in a path.
     FileInfo(const wxString& path, const wxString& section);
 
     // Reads a value of the section, and expands the environment variables ("$NAME") in it. Returns
