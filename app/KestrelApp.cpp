@@ -120,7 +120,7 @@ bool KestrelApp::OnInit()
     translations->SetLoader(loader);
     wxTranslations::Set(translations);
     // If the locale is not installed, the user knows it, and texts are translated all the same.
-    // About a damaged catalogue the user can do nothing.
+    // The user can do nothing about a damaged catalogue.
     bool translated = false;
     {
         const wxLogNull quiet;
@@ -155,9 +155,9 @@ bool KestrelApp::OnInit()
     frame->Show(true);
     frame->CheckForUpdate(m_cmdAddress, m_cmdIniSection, m_cmdVersion);
 
-    // Finding the icon takes some time, in which the request is under way. GTK uses a default for
-    // windows to come, the dialogs. Newer themes have no application's icon for updates, only that
-    // of a notice.
+    // Finding the icon takes some time, in which the request is under way. GTK uses the default
+    // icon for later windows, which are the dialogs. Newer themes have no application's icon for
+    // updates, only that of a notice.
     const char* icon = "system-software-update";
     for (const char* const name :
          {"software-update-available-symbolic", "software-update-available", icon})

@@ -25,8 +25,8 @@ constexpr milliseconds POLL_INTERVAL(50), PACKET_TIME(2);
 constexpr milliseconds FIRST_PAUSE(250), LAST_PAUSE(8000);
 constexpr curl_off_t REAL_PROGRESS = 16 * 1024;
 
-// How often in a row a resource is fetched from its start without getting further, and by how much
-// a byte that is only compared shortens the silence.
+// How often in a row a resource is fetched from its start without getting further; and by how much
+// a byte that is compared, because it has been received before, puts off the end of the silence.
 constexpr int MAX_TRIES_IN_VAIN = 3;
 constexpr milliseconds COMPARE_TIME(1);
 
@@ -280,7 +280,7 @@ bool WebTransfer::Take(const char* data, size_t size)
         if (known == 0 && XXH3_64bits_digest(m_hash.get()) != m_expected)
         {
             m_request->verdict = Verdict::Refuse;
-            return Fail("what comes now is not what has come before");
+            return Fail("the file on the server has changed");
         }
         data += part;
         size -= part;
@@ -394,7 +394,7 @@ size_t WebTransfer::OnBody(char* data, size_t, size_t size, void* self)
 {
     WebTransfer& transfer = *static_cast<WebTransfer*>(self);
     transfer.m_request->answered = true;
-    // A flood is no less one for a few bytes in it, but small records of TLS make no flood.
+    // A few bytes of the body do not end a flood, but small records of TLS are none.
     int& calls = transfer.m_request->callsInVain;
     calls -= std::min(calls, static_cast<int>(size));
     return transfer.MayGoOn() && transfer.Take(data, size) ? size : 0;
