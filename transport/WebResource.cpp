@@ -15,9 +15,8 @@ std::string GetWebHeader(CURL* easy, const char* name, const std::string& contra
     return value;
 }
 
-// Returns whether the last answer has several different values for its length, range, coding,
-// validators or location, of which libcurl would use the last; or a length that libcurl would
-// ignore, because it is no number or too large.
+// Returns whether the last answer contradicts itself: of several different values libcurl would use
+// the last one, and it would ignore a length that is no number or too large.
 static bool IsContradiction(CURL* easy)
 {
     // No header has this value.

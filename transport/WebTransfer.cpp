@@ -30,12 +30,11 @@ constexpr curl_off_t REAL_PROGRESS = 16 * 1024;
 constexpr int MAX_TRIES_IN_VAIN = 3;
 constexpr milliseconds COMPARE_TIME(1);
 
-// In bytes: what the reader asks for at a time; what one call takes from the network (libcurl's
-// default of 16 KiB needs more calls); what may wait for the reader before the transfer pauses; and
+// In bytes: what one call takes from the network (libcurl's default of 16 KiB needs more calls);
+// what the reader asks for at a time; what may wait for the reader before the transfer pauses; and
 // all headers of a request, because libcurl does not limit trailers.
-constexpr size_t BLOCK_SIZE = 4096;
 constexpr long RECEIVE_SIZE = 128 * 1024;
-constexpr size_t BUFFER_LIMIT = 128 * 1024, HEADER_LIMIT = 512 * 1024;
+constexpr size_t BLOCK_SIZE = 4096, BUFFER_LIMIT = 128 * 1024, HEADER_LIMIT = 512 * 1024;
 
 // If libcurl has called this often without any of the body, the input is a flood, which is read
 // with a pause at each call. The page with which a proxy refuses takes a call for each byte.
@@ -306,7 +305,8 @@ bool WebTransfer::IsComplete() const
     if (m_received == m_resource.GetSize() || m_request->verdict == Verdict::Complete)
         return true;
     // Over TLS, an answer that ends with its connection may have been cut (RFC 9112, section 9.8).
-    const bool cut = !m_request->closedByPeer && GetWebHeader(easy, "Transfer-Encoding").empty() &&
+    const bool cut = !m_request->closedByPeer &&
+                     !curl_strequal(GetWebHeader(easy, "Transfer-Encoding").c_str(), "chunked") &&
                      GetWebInfo<long>(easy, CURLINFO_HTTP_VERSION) < CURL_HTTP_VERSION_2 &&
                      curl_strequal(GetWebInfo<char*>(easy, CURLINFO_SCHEME), "https");
     return m_request->ended && m_request->verdict == Verdict::Accept && !cut &&
@@ -370,6 +370,7 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
     Request& request = *transfer.m_request;
     CURL* const easy = request.easy.get();
     request.headerSize += size;
+    request.closedByPeer = false; // that was the connection of a redirect
     if (!transfer.MayGoOn() || request.headerSize > HEADER_LIMIT)
         return 0;
     // A header line counts as an arrival, because each redirect may take its time. The replies of

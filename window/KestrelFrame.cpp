@@ -114,6 +114,7 @@ void KestrelFrame::OnClose(wxCloseEvent& event)
     {
         m_download->CancelDownload();
         // The log would open a box about a download that the user no longer waits for.
+        // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the toolkit owns its log.
         delete wxLog::SetActiveTarget(new wxLogStderr);
     }
 
@@ -341,8 +342,8 @@ void KestrelFrame::WarnIfCut(const wxDownloadEvent& event)
     wxString arrived = FormatFileSize(bytes), whole = size > 0 ? FormatFileSize(size) : "?";
     if (arrived == whole)
     {
-        arrived = wxString::Format("%lld B", bytes);
-        whole = wxString::Format("%lld B", size);
+        arrived = wxString() << bytes << " B";
+        whole = wxString() << size << " B";
     }
     // TRANSLATORS: The first two '%s' are sizes, as in "Only 1.50 MB of 4.00 MB", the third is the
     // name of the file. A size that is not known is "?".
