@@ -65,8 +65,8 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 // Opens the file for writing, or creates it; does not truncate it. On failure returns null and sets
 // errno. In a folder where others can write, one of them may have put something else there since
 // the path was chosen, so only a regular file of the user's own with no other hard link is
-// accepted.
-File OpenFile(const wxString& path)
+// accepted. A file that was opened as exclusive cannot be opened so a second time (EBUSY).
+File OpenFile(const wxString& path, bool exclusive)
 {
     struct stat found;
     const wxString folder = wxFileName(path).GetPath();
@@ -81,9 +81,9 @@ File OpenFile(const wxString& path)
                         (fstat(descriptor, &found) != 0 || !S_ISREG(found.st_mode) ||
                          found.st_nlink != 1 || found.st_uid != geteuid());
     // Two runs that write to one file would mix their bytes. Not every file can be locked.
-    struct flock lock = {};
-    lock.l_type = F_WRLCK;
-    if (unsafe || (file && fcntl(descriptor, F_OFD_SETLK, &lock) != 0 && errno == EAGAIN))
+    struct flock lock = {F_WRLCK, SEEK_SET, 0, 0, 0};
+    const bool locked = file && exclusive && fcntl(descriptor, F_OFD_SETLK, &lock) != 0;
+    if (unsafe || (locked && errno == EAGAIN))
     {
         file.reset();
         errno = unsafe ? EPERM : EBUSY;
@@ -257,7 +257,7 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
 // written in the event. Returns 0, or why it failed, as errno(3).
 int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
 {
-    File file = OpenFile(m_localFile);
+    File file = OpenFile(m_localFile, m_limit < 0);
     // After CancelDownload() the path may belong to another run. EINVAL: not a regular file.
     if (!file || (IsWanted() && ftruncate(fileno(file.get()), 0) != 0 && errno != EINVAL))
         return errno;

@@ -40,8 +40,8 @@ public:
     // notify       whether progress reports are posted
     // notifyBytes  the progress interval: a report follows each block of 4096 bytes that makes the
     //              number of received bytes a multiple of it; none if it is not positive
-    // limit        the largest number of bytes that is wanted, or -1 for no limit. A transfer that
-    //              exceeds it ends as complete, with at most 4096 bytes more
+    // limit        the largest number of bytes that is wanted: the transfer ends at most 4096 bytes
+    //              beyond it. -1: no limit, and no second such download to the file (EBUSY)
     wxDownloadFile(wxWindow* parent, wxString url, wxString localFile, bool notify,
                    wxLongLong_t notifyBytes, wxLongLong_t limit = -1);
 
