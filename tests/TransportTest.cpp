@@ -246,7 +246,7 @@ TEST_F(TransportTest, SmallRecordsOfTlsSlowNothingDown)
     const auto speak = [](const Connection& client)
     {
         client.Read("\r\n\r\n");
-        for (client.Send(Ok(4000000, "")); client.Send(std::string(250, 'x'));)
+        for (client.Send(Ok(4000000, "")); client.Send(std::string(100, 'x'));)
             continue;
     };
     wxSetEnv("SSL_CERT_FILE", TEST_CERTIFICATE);

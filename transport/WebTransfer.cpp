@@ -397,6 +397,6 @@ size_t WebTransfer::OnBody(char* data, size_t, size_t size, void* self)
     transfer.m_request->answered = true;
     // A few bytes of the body do not end a flood, but small records of TLS are none.
     int& calls = transfer.m_request->callsInVain;
-    calls -= std::min(calls, static_cast<int>(size));
+    calls -= std::min(calls, 4 * static_cast<int>(size));
     return transfer.MayGoOn() && transfer.Take(data, size) ? size : 0;
 }
