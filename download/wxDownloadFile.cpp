@@ -113,7 +113,8 @@ protected:
         if (!m_download.GetReceiver())
             return;
         // The text already contains the system's error; the new record must not add it again.
-        const wxLogRecordInfo plain(info.filename, info.line, info.func, info.component);
+        wxLogRecordInfo plain(info.filename, info.line, info.func, info.component);
+        plain.timestampMS = info.timestampMS;
         wxLog::SetThreadActiveTarget(nullptr);
         wxLog::OnLog(level, msg, plain);
         wxLog::SetThreadActiveTarget(this);
@@ -245,8 +246,7 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
         return false;
 
     m_fileSize = static_cast<wxLongLong_t>(stream->GetSize());
-    if (m_fileSize != -1)
-        event.SetFileSize(m_fileSize);
+    event.SetFileSize(m_fileSize < 0 ? 0 : m_fileSize.load());
 
     const int error = Save(*stream, event);
     event.SetFileError(error);
