@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-const std::string CHUNKED = "Transfer-Encoding: chunked\r\n";
+const std::string CHUNKED = "Transfer-Encoding: chunked\r\n", EMPTY_LINE = "\r\n\r\n";
 
 inline std::string Answer(int status, const std::string& headers = "", const std::string& body = "a page")
 {
@@ -118,10 +118,17 @@ public:
     }
 
     // Answers the n-th connection's request with the n-th text, and all later ones with the last text; without texts,
-    // as Serve() has set for the path. A request ends with the given end.
+    // as Serve() has set for the path. A request ends with the given end. What the rest does follows each answer.
     explicit ScriptedServer(std::vector<std::string> texts = {}, const Tls& tls = nullptr,
-                            const std::string& end = "\r\n\r\n")
-        : ScriptedServer([=](const Connection& client) { client.Say(Find(client.Read(end), texts)); }, tls)
+                            const std::string& end = EMPTY_LINE, const Dialogue& rest = Dialogue())
+        : ScriptedServer(
+              [=](const Connection& client)
+              {
+                  client.Say(Find(client.Read(end), texts));
+                  if (rest)
+                      rest(client);
+              },
+              tls)
     {
     }
 

@@ -29,9 +29,11 @@ std::unique_ptr<wxInputStream> Open(
     return std::unique_ptr<wxInputStream>(url.GetInputStream());
 }
 
-// Returns "size:body", with " cut" if some of the body is missing, or "failed".
-std::string ReadAll(const std::unique_ptr<wxInputStream>& stream)
+// Opens the address with these options. Returns "size:body", with " cut" if some of the body is missing, or "failed".
+template <typename... Options>
+std::string Fetch(const std::string& address, const Options&... options)
 {
+    const std::unique_ptr<wxInputStream> stream = Open(address, options...);
     wxStringOutputStream body;
     if (!stream)
         return "failed";
@@ -39,8 +41,6 @@ std::string ReadAll(const std::unique_ptr<wxInputStream>& stream)
     return std::to_string(static_cast<long long>(stream->GetSize())) + ":" + body.GetString().utf8_string() +
            (stream->GetLastError() == wxSTREAM_EOF ? "" : " cut");
 }
-
-std::string Fetch(const std::string& address) { return ReadAll(Open(address)); }
 
 // Returns the path of each request, its credentials, the start of its range, and its condition up to a space or quote.
 std::string Asked(ScriptedServer& server)
@@ -65,14 +65,6 @@ void TryAtOnce(const Cases& cases, Try attempt)
     for (const auto& c : cases)
         attempts.push_back(std::async(std::launch::async, [&] { attempt(c); }));
 #endif
-}
-
-// Returns the processor time that this thread has used, in seconds.
-double GetProcessorTime()
-{
-    timespec time;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
 std::string Moved(int status, const std::string& target) { return Answer(status, "Location: " + target + "\r\n"); }
@@ -107,12 +99,11 @@ TEST_F(TransportTest, FileIsWhatTheServerMeantOrTheFetchFails)
         std::string asked = "/";
     } cases[] = {
         {"redirected", {Moved(301, "/a"), Moved(303, "b/"), Moved(307, "c?d"), WHOLE}, "4:body", "/ /a /b/ /b/c?d"},
-        {"redirected for good", {Moved(308, "e"), WHOLE}, "4:body", "/ /e"},
         {"redirected for ever", {Moved(302, "/")}, FAILED, "/ / / / / / / / / / /"},
         {"several choices", {Moved(300, "/other"), WHOLE}, FAILED},
         {"redirected twice at once", {Moved(302, "/a\r\nLocation: /b"), WHOLE}, FAILED},
         {"redirected nowhere", {Answer(302)}, FAILED},
-        {"redirected to ftp", {Moved(302, "ftp://127.0.0.1/x")}, FAILED},
+        {"redirected to ftp", {Moved(302, "ftp" + m_server.Url().substr(4))}, FAILED},
         {"no content", {Answer(204)}, FAILED},
         {"nothing to show", {Answer(205)}, FAILED},
         {"a part nobody asked for", {Part("0-2/10", "012")}, FAILED},
@@ -122,12 +113,10 @@ TEST_F(TransportTest, FileIsWhatTheServerMeantOrTheFetchFails)
         {"endless trailers", {Ok(CHUNKED, "3\r\n012\r\n0\r\n***a:\r\n"), Answer(404)}, "-1:012 cut", "/ /"},
         {"cut in the header", {"HTTP/1.1 200 OK\r\nContent-"}, FAILED},
         {"endless interim answers", {"***" + Answer(103, "", "")}, FAILED},
-        {"endless header", {"HTTP/1.1 200 OK\r\n***X: " + std::string(1000, 'x') + "\r\n"}, FAILED},
         {"no http at all", {"SSH-2.0-x\r\n\r\n"}, FAILED},
         {"longer than announced", {Ok(2, "body")}, "2:bo"},
         {"two lengths", {Ok(4, "body", "Content-Length: 2\r\n")}, FAILED},
-        {"two lengths in one", {Ok("Content-Length: 4, 2\r\n", "body")}, FAILED},
-        {"no number as length", {Ok("Content-Length: 4x\r\n", "body")}, FAILED},
+        {"no number as length", {Ok("Content-Length: 4, 2\r\n", "body")}, FAILED},
         {"a length beyond all", {Ok("Content-Length: 9999999999999999999\r\n", "body")}, FAILED},
         {"two tags", {Ok(4, "body", TAG + "ETag: \"u\"\r\n")}, FAILED},
         {"two dates of change", {Ok(4, "body", DATE + "Last-Modified: Mon, 02 Nov 2026 00:00:00 GMT\r\n")}, FAILED},
@@ -135,11 +124,10 @@ TEST_F(TransportTest, FileIsWhatTheServerMeantOrTheFetchFails)
 
         // The rest is asked for.
         {"cut again", {CUT, Part("3-9/10", "3"), Part("4-9/10", "4"), Part("5-9/10", "56789")}, COMPLETE, BYTE_BY_BYTE},
-        {"cut elsewhere", {HERE, CUT, REST}, COMPLETE, "/ /other /other3-t"},
+        {"cut, moved for good", {Moved(308, "/e"), CUT, REST}, COMPLETE, "/ /e /e3-t"},
         {"server in trouble", {CUT, Answer(408), Answer(429), Answer(500), REST}, COMPLETE, "/ /3-t /3-t /3-t /3-t"},
         {"by its date", {Cut(RANGES + DATE + LATER), Part("3-9/10", "3456789", DATE)}, COMPLETE, "/ /3-Sun,"},
-        {"longer than its range", {CUT, REST + "xxx"}, COMPLETE, "/ /3-t"},
-        {"endless after its range", {CUT, Part("3-5/10", "345***x"), Part("6-9/10", "6789")}, COMPLETE, "/ /3-t /6-t"},
+        {"longer than its range", {CUT, Part("3-5/10", "345***x"), Part("6-9/10", "6789x")}, COMPLETE, "/ /3-t /6-t"},
         {"size learnt late", {CUT_UNKNOWN, Part("3-5/10", "345"), Part("6-9/10", "6789")}, COMPLETE, "/ /3-t /6-t"},
         {"size never learnt", {CUT_UNKNOWN, Part("3-9/*", "3456789"), NoMore("10")}, "-1:0123456789", "/ /3-t /10-t"},
         {"less than the size", {CUT_UNKNOWN, Part("3-8/10", "345678"), NoMore("9")}, "10:012345678 cut", "/ /3-t /9-t"},
@@ -158,8 +146,6 @@ TEST_F(TransportTest, FileIsWhatTheServerMeantOrTheFetchFails)
         {"redirected when resuming", {CUT, HERE, REST}, SHORT, "/ /3-t"},
 
         // The file is fetched again from the start, and compared.
-        {"no ranges offered", {Cut(TAG), ALL}, COMPLETE, "/ /"},
-        {"only a weak tag", {Cut(RANGES + "ETag: W/\"t\"\r\n"), ALL}, COMPLETE, "/ /"},
         {"two tags in one", {Cut(RANGES + "ETag: \"t\", \"u\"\r\n"), ALL}, COMPLETE, "/ /"},
         {"ranges and none", {Cut(RANGES + TAG + "Accept-Ranges: none\r\n"), ALL}, COMPLETE, "/ /"},
         {"two dates", {Cut(RANGES + DATE + LATER + NOW), ALL}, COMPLETE, "/ /"},
@@ -176,6 +162,7 @@ TEST_F(TransportTest, FileIsWhatTheServerMeantOrTheFetchFails)
         const auto start = Clock::now();
         EXPECT_EQ(Fetch(server.Url("/")), c.result) << c.what;
         EXPECT_GT(Clock::now() - start, milliseconds(c.asked == BYTE_BY_BYTE ? 1750 : 0)) << "250 + 500 + 1000 ms";
+        EXPECT_LT(Clock::now() - start, std::chrono::seconds(15)) << c.what;
         EXPECT_EQ(Asked(server), c.asked) << c.what;
     };
     TryAtOnce(cases, fetch);
@@ -208,17 +195,17 @@ TEST_F(TransportTest, RequestIsExactAndCredentialsGoOnlyToTheirHost)
     }
 }
 
-TEST_F(TransportTest, OnlyServersWithAValidCertificateAreTrusted)
+TEST_F(TransportTest, TrustedAnswersOverTlsArriveWholeAndFast)
 {
     ScriptedServer plain({WHOLE}), secure({WHOLE}, MakeTls()), outdated({WHOLE}, MakeTls(TLS1_1_VERSION));
     ScriptedServer up({Moved(302, secure.Url())}), down({Moved(302, plain.Url())}, MakeTls());
-    const auto speak = [](const Connection& client)
+    const auto sendRecords = [](const Connection& client)
     {
-        client.Read("\r\n\r\n");
-        client.Send(Ok("", "body"));
-        HangUp(client.bio);
+        while (client.Send(std::string(250, 'x')))
+            continue;
     };
-    ScriptedServer closed({Ok("", "body")}, MakeTls()), cut(speak, MakeTls());
+    ScriptedServer closed({Ok("", "body")}, MakeTls()), records({Ok(4000000, "")}, MakeTls(), EMPTY_LINE, sendRecords);
+    ScriptedServer cut({Ok("", "body")}, MakeTls(), EMPTY_LINE, [](const Connection& client) { HangUp(client.bio); });
     const std::string cases[][5] = {
         {"by nobody", "", "", secure.Url(), FAILED},
         {"by a file", TEST_CERTIFICATE, "", secure.Url(), "4:body"},
@@ -230,7 +217,9 @@ TEST_F(TransportTest, OnlyServersWithAValidCertificateAreTrusted)
         {"until the server says goodbye", TEST_CERTIFICATE, "", closed.Url(), "-1:body"},
         {"until somebody cuts it", TEST_CERTIFICATE, "", cut.Url(), "-1:body cut"},
         {"from https to http", TEST_CERTIFICATE, "", down.Url(), FAILED},
+        {"small records", TEST_CERTIFICATE, "", records.Url(), "4000000:" + std::string(4000000, 'x')},
     };
+    const auto start = Clock::now();
     for (const auto& [what, file, directory, url, result] : cases)
     {
         wxSetEnv("SSL_CERT_FILE", file);
@@ -238,21 +227,8 @@ TEST_F(TransportTest, OnlyServersWithAValidCertificateAreTrusted)
         AdaptEnvironment();
         EXPECT_EQ(Fetch(url), result) << what;
     }
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(8));
     EXPECT_EQ(Asked(plain), "");
-}
-
-TEST_F(TransportTest, SmallRecordsOfTlsSlowNothingDown)
-{
-    const auto speak = [](const Connection& client)
-    {
-        client.Read("\r\n\r\n");
-        for (client.Send(Ok(4000000, "")); client.Send(std::string(100, 'x'));)
-            continue;
-    };
-    wxSetEnv("SSL_CERT_FILE", TEST_CERTIFICATE);
-    const auto start = Clock::now();
-    EXPECT_EQ(Fetch(ScriptedServer(speak, MakeTls()).Url()), "4000000:" + std::string(4000000, 'x'));
-    EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
 }
 
 TEST_F(TransportTest, SilenceAndCancellationEndEveryTransfer)
@@ -267,12 +243,10 @@ TEST_F(TransportTest, SilenceAndCancellationEndEveryTransfer)
     SSL_CTX_set_alpn_select_cb(multiplexed.get(), chooseFirst, nullptr);
 
     std::list<ScriptedServer> servers;
-    const auto serve = [&](const std::string& text, const Tls& secure = nullptr, const std::string& end = "\r\n\r\n")
-    { return servers.emplace_back(std::vector<std::string>{text}, secure, end).Url(); };
+    const auto serve = [&](const std::string& text, const Tls& secure = nullptr, const auto&... options)
+    { return servers.emplace_back(std::vector<std::string>{text}, secure, options...).Url(); };
     const auto sendTickets = [](const Connection& client)
     {
-        client.Read("\r\n\r\n");
-        client.Send(Ok(9, "012"));
         SSL* ssl = nullptr;
         BIO_get_ssl(client.bio.get(), &ssl);
         // Until the client sends more, which can only be its goodbye.
@@ -295,34 +269,31 @@ TEST_F(TransportTest, SilenceAndCancellationEndEveryTransfer)
         {"endless redirect", serve(Answer(302, "Location: /\r\nContent-Length: 99999999999\r\n", "***x")), FAILED},
         {"endless name of a chunk", serve(Ok(CHUNKED, "3\r\n012\r\n5;***x")), "-1:012 cut"},
         {"endless answer of a proxy", "https://example.org/", FAILED},
-        {"endless tickets of TLS", servers.emplace_back(sendTickets, tls).Url(), "9:012 cut"},
+        {"endless tickets of TLS", serve(Ok(9, "012"), tls, EMPTY_LINE, sendTickets), "9:012 cut"},
         {"endless empty frames of HTTP/2", serve(settings + ok + data + priorities, multiplexed, stream), "-1:012 cut"},
         {"endless frames of HTTP/2 without a header", serve(settings + priorities, multiplexed, stream), FAILED},
     };
-    double used = 0; // in the last fifth of a second before each cancellation, when a flood is known as one
+    int calls = 0; // by transfers in the last fifth of a second before they are cancelled, when a flood is known as one
     // Returns how late the transfer ends: after it was cancelled, or after nearly a second of silence.
-    const auto end = [&used](const std::string(&c)[3], bool cancelled)
+    const auto end = [&calls](const std::string(&c)[3], bool cancelled)
     {
         const auto& [state, url, result] = c;
         const auto due = Clock::now() + milliseconds(cancelled ? 400 : 900);
-        double before = 0;
         const auto isDue = [&]
         {
-            if (before == 0 && Clock::now() > due - milliseconds(200))
-                before = GetProcessorTime();
+            if (cancelled && Clock::now() > due - milliseconds(200))
+                ++calls;
             return cancelled && Clock::now() > due;
         };
-        EXPECT_EQ(ReadAll(Open(url, cancelled ? 100 : 1, isDue)), result) << state;
+        EXPECT_EQ(Fetch(url, cancelled ? 100 : 1, isDue), result) << state;
         EXPECT_GT(Clock::now(), due) << state;
-        if (cancelled)
-            used += GetProcessorTime() - before;
         return Clock::now() - due;
     };
     Clock::duration delays(0);
     for (const auto& c : states)
         delays += end(c, true);
     EXPECT_LT(delays, std::size(states) * milliseconds(100));
-    EXPECT_LT(used, 0.3);
+    EXPECT_LT(calls, 1000) << "a flood takes the whole processor";
     TryAtOnce(states, [&](const auto& c) { EXPECT_LT(end(c, false), milliseconds(2100)) << c[0]; });
 }
 
@@ -345,9 +316,9 @@ TEST_F(TransportTest, FtpWorksWithinTheSameLimits)
                       anonymous = "USER anonymous\r\nPASS ftp@example.com\r\n" + transfer;
     const struct
     {
-        const char *what, *path, *credentials;
-        std::string data, result, commands; // data: of the first transfer; the next ones send all
-        size_t number = 0;                  // of the reply that is replaced
+        const char *what, *path;
+        std::string credentials, data, result, commands; // data: of the first transfer; the next ones send all
+        size_t number = 0;                               // of the reply that is replaced
         const char* reply = "220 Hello";
     } cases[] = {
         {"anonymous", "/file", "", all, COMPLETE, anonymous},
@@ -376,9 +347,7 @@ TEST_F(TransportTest, FtpWorksWithinTheSameLimits)
             }
         };
         const auto start = Clock::now();
-        const auto fetch = [&](const ScriptedServer& control)
-        { return ReadAll(Open("ftp://" + (c.credentials + control.Url(c.path).substr(7)), 1)); };
-        EXPECT_EQ(fetch(ScriptedServer(speak)), c.result) << c.what;
+        EXPECT_EQ(Fetch("ftp://" + c.credentials + ScriptedServer(speak).Url(c.path).substr(7), 1), c.result) << c.what;
         EXPECT_LT(Clock::now() - start, milliseconds(3000)) << c.what;
         EXPECT_EQ(commands, c.commands) << c.what;
     }
