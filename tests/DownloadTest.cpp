@@ -8,7 +8,6 @@
 #include <wx/sstream.h>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 // A protocol whose only file contains its time-out.
 class TimeoutProtocol : public wxWebProtocol
@@ -117,20 +116,10 @@ TEST_F(DownloadTest, AddressThatCannotBeOpenedLeavesTheFileAlone)
 TEST_F(DownloadTest, FileThatCannotBeWrittenIsReportedAndPlantedOnesAreLeftAlone)
 {
     Write(Path("kept"), "kept");
-    const std::pair<std::string, mode_t> folders[] = {{"own", 0755}, {"theirs", 0755}, {"team", 01770}, {"all", 01777}};
-    for (const auto& [folder, mode] : folders)
-    {
-        wxMkdir(Path(folder));
-        chmod(Path(folder).c_str(), mode);
-        Write(Path(folder + "/target"), "kept");
-        Write(Path(folder + "/others"), "kept");
-        EXPECT_EQ(symlink("target", Path(folder + "/link").c_str()), 0);
-        EXPECT_EQ(link(Path("kept").c_str(), Path(folder + "/hard").c_str()), 0);
-        EXPECT_EQ(mkfifo(Path(folder + "/pipe").c_str(), 0666), 0);
-    }
-    // Only root can give files to another user.
-    const bool root =
-        chown(Path("theirs").c_str(), 65534, 65534) == 0 && chown(Path("all/others").c_str(), 65534, 65534) == 0;
+    EXPECT_TRUE(Shell("mkdir -m 755 own theirs && mkdir -m 1770 team && mkdir -m 1777 all && "
+                      "for folder in own theirs team all; do cp kept $folder/target && cp kept $folder/others && "
+                      "ln -s target $folder/link && ln kept $folder/hard && mkfifo $folder/pipe || exit; done"));
+    const bool root = Shell("chown -f nobody theirs all/others"); // others may not give files away
 
     const std::string url = m_server.Serve("/file", Whole(Bytes(100000)));
     const std::string whole = "1 100000/100000 ", failed = "-1 0/0 ";
@@ -152,15 +141,9 @@ TEST_F(DownloadTest, FileThatCannotBeWrittenIsReportedAndPlantedOnesAreLeftAlone
         EXPECT_EQ(Download(url, path, false), reports) << path;
     const std::string small = m_server.Serve("/small", Whole("small"));
     EXPECT_EQ(Download(small, "/dev/full"), failed + "ENOSPC") << "seen only when the file is closed";
-    const auto remove = [this](const Connection& client)
-    {
-        client.Read("\r\n\r\n");
-        client.Send(Ok(5000, std::string(4096, 'x')));
-        while (unlink(Path("removed").c_str()) != 0)
-            continue;
-        client.Send(std::string(904, 'x'));
-    };
-    EXPECT_EQ(Download(ScriptedServer(remove).Url(), Path("removed")), failed + "ENOENT");
+    const auto remove = [](const Connection&) { Shell("until rm removed 2>/dev/null; do sleep 0.01; done"); };
+    ScriptedServer server({OfNoLength("data")}, nullptr, EMPTY_LINE, remove);
+    EXPECT_EQ(Download(server.Url(), Path("removed")), failed + "ENOENT");
     EXPECT_EQ(Read(Path("kept")), "kept");
     EXPECT_EQ(Read(Path("team/target")), "kept");
     EXPECT_EQ(Read(Path("own/target")), Bytes(100000));
@@ -175,7 +158,7 @@ TEST_F(DownloadTest, EndsAtItsLimitAndEmptiesNoFileOnceCancelled)
     EXPECT_EQ(Read(Path("file")), "100") << "seconds that a server may be silent";
 
     // Opening a pipe waits until somebody writes to it, which is after the cancellation here.
-    EXPECT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+    EXPECT_TRUE(Shell("mkfifo pipe"));
     Receiver receiver;
     (new wxDownloadFile(&receiver, "file://" + Path("pipe"), Path("file"), false, 0))->CancelDownload();
     Write(Path("pipe"), "new");

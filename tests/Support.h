@@ -41,7 +41,7 @@ protected:
         wxSetEnv("TMPDIR", "tmp"); // a relative path, which must keep its meaning
         wxSetEnv("XDG_RUNTIME_DIR", Path("run"));
         for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "no_proxy", "HTTPS_PROXY", "ALL_PROXY",
-                                 "SSL_CERT_FILE", "SSL_CERT_DIR"})
+                                 "SSL_CERT_FILE", "SSL_CERT_DIR", "XDG_CACHE_HOME"})
             wxUnsetEnv(name);
     }
 
@@ -56,6 +56,9 @@ protected:
     }
 
     static void Write(const std::string& path, const std::string& content) { std::ofstream(path) << content; }
+
+    // Runs a command of the shell in the test's folder; returns whether it succeeds.
+    static bool Shell(const std::string& command) { return std::system(command.c_str()) == 0; }
 
     // Returns the beginning of a sequence that looks random and is always the same.
     static std::string Bytes(size_t count)

@@ -8,7 +8,6 @@
 #include <wx/modalhook.h>
 #include <wx/weakref.h>
 
-#include <glob.h>
 #include <gtk/gtk.h>
 #include <pthread.h>
 #include <sys/file.h>
@@ -334,59 +333,44 @@ TEST_F(WindowTest, ThreadThatCannotBeCreatedIsReported)
 
 TEST_F(WindowTest, EachRunReadsOnlyTheFileItHasCreated)
 {
-    const std::string folder = Path("tmp"), path = folder + "/nvrFileInfo.txt", other = Path("other");
     const std::string fresh = "[A]\nVersion=1", planted = "[A]\nVersion=9\nLink=http://127.0.0.1:1/x";
-    const auto allow = [&](mode_t mode) { return chmod(folder.c_str(), mode); };
-    const auto give = [&](uid_t user) { return chown(folder.c_str(), user, user); }; // works for root only
-    wxFile another;
-    // What lies at the path, whether the run replaces it with its own file, and how it got there.
-    const std::tuple<const char*, bool, std::function<void()>> cases[] = {
-        {"a second name of a file", true, [] { umask(0777); }},
-        {"a link to nothing", false, [&] { EXPECT_TRUE(!unlink(path.c_str()) && !symlink("../none", path.c_str())); }},
-        {"a pipe that nobody reads", false, [&] { EXPECT_TRUE(!unlink(path.c_str()) && !mkfifo(path.c_str(), 0600)); }},
-        {"another run's file", false, [&] { EXPECT_TRUE(another.Open(path) && flock(another.fd(), LOCK_EX) == 0); }},
-        {"a file in a group's sticky directory", true, [&] { allow(01770); }},
-        {"a file in a group's directory", false, [&] { allow(0770); }},
-        {"a file in a directory that others can change", false, [&] { allow(0707); }},
-        {"a file in somebody else's directory", getuid() != 0, [&] { give(65534); }},
+    // What happens to a second name of a file at the path, another run's lock on it, and whether the run replaces it.
+    const std::tuple<std::string, int, bool> cases[] = {
+        {"true", LOCK_EX, false},
+        {"ln -sf ../none nvrFileInfo.txt", LOCK_UN, false},
+        {"rm nvrFileInfo.txt && mkfifo -m 600 nvrFileInfo.txt", LOCK_UN, false},
+        {"chmod 770 .", LOCK_UN, false},
+        {"chmod 707 .", LOCK_UN, false},
+        {"chown -f nobody . || true", LOCK_UN, getuid() != 0}, // works for root only
+        {"chmod 1770 .", LOCK_UN, true},
+        {"true", LOCK_UN, true},
     };
-    for (const auto& [what, replaced, plant] : cases)
+    for (const auto& [command, lock, replaced] : cases)
     {
-        umask(0);
-        Write(other, planted);
-        EXPECT_EQ(link(other.c_str(), path.c_str()), 0);
-        plant();
-        EXPECT_EQ(Check(fresh), NO_UPDATE) << what;
-        umask(022);
-        another.Close();
-        struct stat found = {};
-        lstat(path.c_str(), &found);
-        EXPECT_EQ(found.st_mode == (S_IFREG | 0600), replaced) << what;
-        EXPECT_EQ(Read(other), planted) << what;
-        glob_t left;
-        EXPECT_EQ(glob(Path("{none,*/kestrel-*}").c_str(), GLOB_BRACE, nullptr, &left), GLOB_NOMATCH) << what;
-        give(getuid());
-        allow(0700);
-        unlink(path.c_str());
+        Write("other", planted);
+        EXPECT_TRUE(Shell("rm -rf tmp && mkdir -m 700 tmp && cd tmp && ln ../other nvrFileInfo.txt && " + command));
+        const wxFile another("other");
+        EXPECT_EQ(flock(another.fd(), lock), 0);
+        const mode_t mask = umask(0477);
+        EXPECT_EQ(Check(fresh), NO_UPDATE) << command;
+        umask(mask);
+        EXPECT_EQ(Shell("find tmp -type f -links 1 -perm 600 | grep -q ."), replaced) << command;
+        EXPECT_EQ(Read("other"), planted) << command;
+        EXPECT_FALSE(Shell("find * -name none -o -name 'kestrel-*' | grep .")) << command;
     }
 
     // A file that somebody replaces or can change while it arrives is not read.
-    m_server.Serve("/slow.txt", Ok(200000, "~~~" + fresh + "\n" + std::string(200000, ';')));
-    const std::function<int()> attacks[] = {
-        [&] { return rename(other.c_str(), path.c_str()); }, [&] { return link(path.c_str(), Path("second").c_str()); },
-        [&] { return chmod(path.c_str(), 0620); }, [&] { return chmod(path.c_str(), 0602); }};
-    for (const auto& attack : attacks)
+    for (const std::string attack : {"mv ../other nvrFileInfo.txt", "ln nvrFileInfo.txt second",
+                                     "chmod 620 nvrFileInfo.txt", "chmod 602 nvrFileInfo.txt"})
     {
-        Write(other, fresh);
-        Open()->CheckForUpdate(m_server.Url("/slow.txt"), "A", "1");
-        EXPECT_TRUE(Pump([&] { return Rows().find("slow.txt") != std::string::npos; }));
-        EXPECT_EQ(attack(), 0);
-        EXPECT_EQ(SeenToTheEnd(), UNKNOWN) << "attack " << &attack - attacks;
+        Write("other", fresh);
+        const auto change = [&](const Connection&) { EXPECT_TRUE(Shell("cd tmp && " + attack)); };
+        ScriptedServer server({OfNoLength(fresh)}, nullptr, EMPTY_LINE, change);
+        EXPECT_EQ(Run(server.Url()), UNKNOWN) << attack;
     }
 
-    allow(0777);
+    chmod(Path("tmp").c_str(), 0777);
     wxSetEnv("XDG_RUNTIME_DIR", "run"); // relative
-    wxUnsetEnv("XDG_CACHE_HOME");
     EXPECT_EQ(Check(fresh), NO_UPDATE);
     chmod(Path("home/.cache").c_str(), 0777);
     Open()->CheckForUpdate("", "A", "1");
