@@ -92,9 +92,7 @@ done
 
 echo "It ends at once, with status 0, when it is closed at any moment"
 # The window of the previous run may still be there for a moment.
-has_window() {
-    window=$(wmctrl -lp | awk -v program="$program" '$3 == program { print $1 }') && [[ -n $window ]]
-}
+has_window() { read -r window _ < <(wmctrl -lp | grep " $program "); }
 for ((closing = 1; closing <= ${KESTREL_CLOSINGS:-20}; closing++)); do
     start "$https/$( ((closing % 2)) && echo slow/setup.bin || echo silent)"
     wait_until 10 has_window

@@ -37,8 +37,7 @@ void TryFileInfo(std::string text)
     unlink(path.c_str());
 
     wxString version, link;
-    if (!fileInfo.ReadVersion(version))
-        Require(version.empty());
+    Require(fileInfo.ReadVersion(version) || version.empty());
     fileInfo.ReadLink(link);
     Require(version.length() <= FileInfo::VALUE_LIMIT && link.length() <= FileInfo::VALUE_LIMIT);
     Require(!KestrelFrame::IsNewer(version, version));
