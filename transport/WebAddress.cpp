@@ -41,9 +41,9 @@ bool WebAddress::Set(const std::string& url)
     text.Replace(" ", "%20");
     m_given = Parse(text.utf8_string(), CURLU_URLENCODE);
     m_url = Parse(GetPart(m_given, CURLUPART_URL));
-    // For an ftp directory, libcurl would return a list of its files.
-    const std::string path = GetPart(m_url, CURLUPART_PATH);
-    return m_url && !(IsFtp() && path.back() == '/');
+    // For these, libcurl would return a list of files.
+    const wxString path = GetPart(m_url, CURLUPART_PATH);
+    return m_url && !(IsFtp() && (path.EndsWith("/") || path.Lower().Contains(";type=d")));
 }
 
 void WebAddress::MoveTo(const char* url)
