@@ -66,7 +66,7 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 // errno. In a folder where others can write, one of them may have put something else there since
 // the path was chosen, so only a regular file of the user's own with no other hard link is
 // accepted. A file that was opened as exclusive cannot be opened so a second time (EBUSY).
-File OpenFile(const wxString& path, bool exclusive)
+File OpenFile(const wxString& path, bool exclusive, struct stat& opened)
 {
     struct stat found;
     const wxString folder = wxFileName(path).GetPath();
@@ -77,9 +77,9 @@ File OpenFile(const wxString& path, bool exclusive)
     constexpr int FLAGS = O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     const int descriptor = open(path.fn_str(), FLAGS | (shared ? O_NOFOLLOW : 0), 0666);
     File file(descriptor < 0 ? nullptr : fdopen(descriptor, "w"), &std::fclose);
-    const bool unsafe = file && shared &&
-                        (fstat(descriptor, &found) != 0 || !S_ISREG(found.st_mode) ||
-                         found.st_nlink != 1 || found.st_uid != geteuid());
+    const bool unsafe = file && (fstat(descriptor, &opened) != 0 ||
+                                 (shared && (!S_ISREG(opened.st_mode) || opened.st_nlink != 1 ||
+                                             opened.st_uid != geteuid())));
     // Two runs that write to one file would mix their bytes. Not every file can be locked.
     struct flock lock = {F_WRLCK, SEEK_SET, 0, 0, 0};
     const bool locked = file && exclusive && fcntl(descriptor, F_OFD_SETLK, &lock) != 0;
@@ -257,9 +257,10 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
 // written in the event. Returns 0, or why it failed, as errno(3).
 int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
 {
-    File file = OpenFile(m_localFile, m_limit < 0);
-    // After CancelDownload() the path may belong to another run. EINVAL: not a regular file.
-    if (!file || (IsWanted() && ftruncate(fileno(file.get()), 0) != 0 && errno != EINVAL))
+    struct stat opened, found;
+    File file = OpenFile(m_localFile, m_limit < 0, opened);
+    // After CancelDownload() the path may belong to another run. Closing a truncated file is slow.
+    if (!file || (IsWanted() && opened.st_size > 0 && ftruncate(fileno(file.get()), 0) != 0))
         return errno;
 
     // Each post wakes the main thread, so reports are held back while more can be read at once.
@@ -302,9 +303,10 @@ int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
             postHeld();
     }
     postHeld();
-    // Somebody may have removed the file meanwhile.
-    if ((std::fclose(file.release()) != 0 || access(m_localFile.fn_str(), F_OK) != 0) && error == 0)
-        error = errno;
+    // Somebody may have removed or replaced the file meanwhile.
+    const bool there = stat(m_localFile.fn_str(), &found) == 0 && found.st_ino == opened.st_ino;
+    if ((std::fclose(file.release()) != 0 || !there) && error == 0)
+        error = there ? errno : ENOENT;
     event.SetDownloadedBytes(total);
     const bool cut = total < m_fileSize || stream.GetLastError() == wxSTREAM_READ_ERROR;
     event.SetCut(cut && error == 0);
