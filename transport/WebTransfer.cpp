@@ -61,11 +61,10 @@ bool WebTransfer::Open(const std::string& url)
 {
     if (!m_address.Set(url))
         return Fail("not a valid address");
-    const std::string asked = m_address.GetUrl();
     Verdict verdict = Ask();
     // libcurl drops the credentials when a redirect leads from http to https; MoveTo() keeps them.
     if (GetWebInfo<long>(m_request->easy.get(), CURLINFO_RESPONSE_CODE) == 401 &&
-        m_address.GetUrl() != asked)
+        GetWebInfo<long>(m_request->easy.get(), CURLINFO_REDIRECT_COUNT) > 0)
         verdict = Ask();
     return verdict == Verdict::Accept || Fail(GetReason());
 }
@@ -242,8 +241,7 @@ void WebTransfer::Advance()
         m_request->ended = true;
         m_request->result = message->data.result;
         // An empty file over ftp has neither header nor body.
-        if (m_request->result == CURLE_OK && m_address.IsFtp())
-            m_request->answered = true;
+        m_request->answered |= m_request->result == CURLE_OK && m_address.IsFtp();
     }
 }
 
@@ -334,7 +332,7 @@ bool WebTransfer::Resume()
         if (m_stop)
             return Fail(m_stop);
         const Verdict verdict =
-            Ask(m_resource.IsResumable() ? std::to_string(m_received) + "-" : std::string());
+            Ask(m_resource.IsResumable() ? std::to_string(m_received) + "-" : "");
         if (verdict == Verdict::Accept || verdict == Verdict::Complete)
             return true;
         if (verdict == Verdict::Refuse)
