@@ -94,8 +94,8 @@ File OpenFile(const wxString& path, bool exclusive, struct stat& opened)
 } // namespace
 
 // Sends what the toolkit logs on the download thread to the main thread's log, until
-// CancelDownload() is called. The toolkit's own way uses the application object, which may be gone
-// before the thread ends.
+// CancelDownload() is called; at verbose level only, because a server may have chosen the text. The
+// toolkit's own way uses the application object, which may be gone before the thread ends.
 class wxDownloadLog : public wxLog
 {
 public:
@@ -110,7 +110,7 @@ protected:
     void DoLogRecord(wxLogLevel level, const wxString& msg, const wxLogRecordInfo& info) override
     {
         const wxMutexLocker locker(handOff.lock);
-        if (!m_download.GetReceiver())
+        if (!m_download.GetReceiver() || !wxLog::GetVerbose())
             return;
         // The text already contains the system's error; the new record must not add it again.
         wxLogRecordInfo plain(info.filename, info.line, info.func, info.component);
@@ -248,9 +248,8 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
     m_fileSize = static_cast<wxLongLong_t>(stream->GetSize());
     event.SetFileSize(m_fileSize < 0 ? 0 : m_fileSize.load());
 
-    const int error = Save(*stream, event);
-    event.SetFileError(error);
-    return error == 0;
+    event.SetFileError(Save(*stream, event));
+    return event.GetFileError() == 0;
 }
 
 // Writes the stream to the local file and posts progress reports. Stores the number of bytes
@@ -288,11 +287,9 @@ int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
         const size_t count = stream.LastRead();
         if (count == 0 || !IsWanted())
             break;
-        if (std::fwrite(block, 1, count, file.get()) != count)
-        {
-            error = errno;
+        error = std::fwrite(block, 1, count, file.get()) == count ? 0 : errno;
+        if (error != 0)
             break;
-        }
         total += static_cast<wxLongLong_t>(count);
 
         const wxLongLong_t interval = m_notifyBytes;

@@ -236,9 +236,10 @@ void KestrelFrame::DownloadInstaller()
     wxString name = GetFileNameFromURL(m_installerLink);
     if (name.StartsWith("~")) // GTK would take it for a home folder
         name.Replace("~", "_", false);
-    wxFileName nameParts;
-    nameParts.Assign(name, wxPATH_NATIVE);
-    const wxString extension = nameParts.GetExt();
+    wxString extension = wxFileName(name).GetExt();
+    // GTK would compare every file in the folder with this pattern, which may take it minutes.
+    if (extension.find_first_of("*?[\\;|") != wxString::npos)
+        extension.clear();
 
     wxFileDialog dialog(
         // TRANSLATORS: Title of the dialog for saving a file.
@@ -247,6 +248,7 @@ void KestrelFrame::DownloadInstaller()
         // TRANSLATORS: The type of file, in the list of types of the dialog for saving.
         wxString::Format("%s (*.%s)|*.%s", _("Installation Package"), extension, extension),
         wxFD_SAVE | wxFD_OVERWRITE_PROMPT);
+    dialog.SetFilename(name); // without the dot that the toolkit adds if there is no extension
     if (dialog.ShowModal() == wxID_OK)
     {
         m_installerPath = dialog.GetPath();
