@@ -43,13 +43,21 @@ using Body = decltype(&Whole);
 
 using Tls = std::shared_ptr<SSL_CTX>;
 
-// Uses a certificate for 127.0.0.1 that only the file TEST_CERTIFICATE vouches for.
+// Uses a certificate for 127.0.0.1 that only the file TEST_CERTIFICATE vouches for, and agrees to the first protocol
+// that the client offers.
 inline Tls MakeTls(int newest = TLS1_3_VERSION)
 {
     const Tls tls(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
     SSL_CTX_set_max_proto_version(tls.get(), newest);
     SSL_CTX_use_certificate_file(tls.get(), TEST_CERTIFICATE, SSL_FILETYPE_PEM);
     SSL_CTX_use_PrivateKey_file(tls.get(), TEST_KEY, SSL_FILETYPE_PEM);
+    const auto chooseFirst = [](SSL*, auto** chosen, auto* size, auto* offered, unsigned, void*)
+    {
+        *chosen = offered + 1;
+        *size = *offered;
+        return SSL_TLSEXT_ERR_OK;
+    };
+    SSL_CTX_set_alpn_select_cb(tls.get(), chooseFirst, nullptr);
     return tls;
 }
 

@@ -41,7 +41,7 @@ protected:
         wxSetEnv("TMPDIR", "tmp"); // a relative path, which must keep its meaning
         wxSetEnv("XDG_RUNTIME_DIR", Path("run"));
         for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "no_proxy", "HTTPS_PROXY", "ALL_PROXY",
-                                 "SSL_CERT_FILE", "SSL_CERT_DIR", "XDG_CACHE_HOME"})
+                                 "ftp_proxy", "SSL_CERT_FILE", "SSL_CERT_DIR", "XDG_CACHE_HOME"})
             wxUnsetEnv(name);
     }
 

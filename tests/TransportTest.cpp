@@ -121,6 +121,9 @@ TEST_F(TransportTest, FileIsWhatTheServerMeantOrTheFetchFails)
         {"two lengths", {Ok(4, "body", "Content-Length: 2\r\n")}, FAILED},
         {"no number as length", {Ok("Content-Length: 4, 2\r\n", "body")}, FAILED},
         {"a length beyond all", {Ok("Content-Length: 9999999999999999999\r\n", "body")}, FAILED},
+        {"a length that another header overrides", {Ok(5, "body", "Transfer-Encoding: identity\r\n")}, FAILED},
+        {"a compressed transfer", {Ok("Transfer-Encoding: deflate\r\n", "body")}, FAILED},
+        {"ten tags", {Ok(4, "body", TAG + TAG + TAG + TAG + TAG + TAG + TAG + TAG + TAG + TAG)}, FAILED},
         {"two tags", {Ok(4, "body", TAG + "ETag: \"u\"\r\n")}, FAILED},
         {"two dates of change", {Ok(4, "body", DATE + "Last-Modified: Mon, 02 Nov 2026 00:00:00 GMT\r\n")}, FAILED},
         {"two codings", {Ok(4, "body", GZIP + "Content-Encoding: br\r\n")}, FAILED},
@@ -153,7 +156,12 @@ TEST_F(TransportTest, FileIsWhatTheServerMeantOrTheFetchFails)
         {"ranges and none", {Cut(RANGES + TAG + "Accept-Ranges: none\r\n"), ALL}, COMPLETE, "/ /"},
         {"two dates", {Cut(RANGES + DATE + LATER + NOW), ALL}, COMPLETE, "/ /"},
         {"a date of this second", {Cut(RANGES + DATE + NOW), ALL}, COMPLETE, "/ /"},
+        {"a date without a clock",
+         {Cut(RANGES + "Last-Modified: Fri, 01 Jan 1960 00:00:00 GMT\r\n"), ALL},
+         COMPLETE,
+         "/ /"},
         {"a date beside a weak tag", {Cut(RANGES + DATE + LATER + "ETag: W/\"t\"\r\n"), ALL}, COMPLETE, "/ /"},
+        {"redirected to ftp when cut", {Cut(""), Moved(302, "ftp" + m_server.Url().substr(4)), ALL}, COMPLETE, "/ / /"},
         {"cut earlier, then later", {Cut(""), Ok(10, "01"), Ok(10, "01234"), ALL}, COMPLETE, "/ / / /"},
         {"something else", {Cut(""), Ok(10, "0x23456789")}, SHORT, "/ /"},
         {"the same, but longer", {Cut(""), Ok(11, "0123456789a")}, SHORT, "/ /"},
@@ -204,12 +212,11 @@ TEST_F(TransportTest, TrustedAnswersOverTlsArriveWholeAndFast)
     ScriptedServer up({Moved(302, secure.Url())}), down({Moved(302, plain.Url())}, MakeTls());
     const auto sendRecords = [](const Connection& client)
     {
-        while (client.Send(std::string(100, 'x')))
+        while (client.Send(std::string(20, 'x')))
             continue;
     };
-    ScriptedServer closed({Ok("", "body")}, MakeTls()), records({Ok(4000000, "")}, MakeTls(), EMPTY_LINE, sendRecords);
-    ScriptedServer cut({Ok("Transfer-Encoding: identity\r\n", "body")}, MakeTls(), EMPTY_LINE,
-                       [](const Connection& client) { HangUp(client.bio); });
+    ScriptedServer closed({Ok("", "body")}, MakeTls()), records({Ok(1000000, "")}, MakeTls(), EMPTY_LINE, sendRecords);
+    ScriptedServer cut({Ok("", "body")}, MakeTls(), EMPTY_LINE, [](const Connection& c) { HangUp(c.bio); });
     ScriptedServer moved({Moved(302, cut.Url())}, MakeTls()); // its own connection ends properly
     const std::string cases[][5] = {
         {"by nobody", "", "", secure.Url(), FAILED},
@@ -222,7 +229,7 @@ TEST_F(TransportTest, TrustedAnswersOverTlsArriveWholeAndFast)
         {"until the server says goodbye", TEST_CERTIFICATE, "", closed.Url(), "-1:body"},
         {"until somebody cuts it", TEST_CERTIFICATE, "", moved.Url(), "-1:body cut"},
         {"from https to http", TEST_CERTIFICATE, "", down.Url(), FAILED},
-        {"small records", TEST_CERTIFICATE, "", records.Url(), "4000000:" + std::string(4000000, 'x')},
+        {"small records", TEST_CERTIFICATE, "", records.Url(), "1000000:" + std::string(1000000, 'x')},
     };
     const auto start = Clock::now();
     for (const auto& [what, file, directory, url, result] : cases)
@@ -238,15 +245,6 @@ TEST_F(TransportTest, TrustedAnswersOverTlsArriveWholeAndFast)
 
 TEST_F(TransportTest, SilenceAndCancellationEndEveryTransfer)
 {
-    const Tls tls = MakeTls(), multiplexed = MakeTls();
-    const auto chooseFirst = [](SSL*, auto** chosen, auto* size, auto* offered, unsigned, void*)
-    {
-        *chosen = offered + 1; // h2
-        *size = *offered;
-        return SSL_TLSEXT_ERR_OK;
-    };
-    SSL_CTX_set_alpn_select_cb(multiplexed.get(), chooseFirst, nullptr);
-
     std::list<ScriptedServer> servers;
     const auto serve = [&](const std::string& text, const Tls& secure = nullptr, const auto&... options)
     { return servers.emplace_back(std::vector<std::string>{text}, secure, options...).Url(); };
@@ -258,13 +256,9 @@ TEST_F(TransportTest, SilenceAndCancellationEndEveryTransfer)
         for (char byte; recv(SSL_get_fd(ssl), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && SSL_new_session_ticket(ssl);)
             SSL_do_handshake(ssl);
     };
-    // Frames of HTTP/2, each with its length, type, flags and stream. The first request is on stream 1.
-    const std::string stream("\0\0\0\1", 4), settings("\0\0\0\4\0\0\0\0\0", 9), ok("\0\0\1\1\4\0\0\0\1\x88", 10);
-    const std::string data("\0\0\3\0\0\0\0\0\1\60\61\62", 12), priorities("***\0\0\5\2\0\0\0\0\3\0\0\0\0\1", 17);
-
     wxSetEnv("SSL_CERT_FILE", TEST_CERTIFICATE);
     wxSetEnv("no_proxy", "127.0.0.1");
-    wxSetEnv("https_proxy", serve(Answer(407, "Proxy-Authenticate: Basic realm=x\r\n" + CHUNKED, "***1\r\nx\r\n")));
+    wxSetEnv("https_proxy", serve(Answer(407, CHUNKED, "***1\r\nx\r\n")));
     const std::string states[][3] = {
         {"no answer", serve("..."), FAILED},
         {"a handshake without an answer", "https" + serve("...").substr(4), FAILED},
@@ -274,9 +268,7 @@ TEST_F(TransportTest, SilenceAndCancellationEndEveryTransfer)
         {"endless redirect", serve(Answer(302, "Location: /\r\nContent-Length: 99999999999\r\n", "***x")), FAILED},
         {"endless name of a chunk", serve(Ok(CHUNKED, "3\r\n012\r\n5;***x")), "-1:012 cut"},
         {"endless answer of a proxy", "https://example.org/", FAILED},
-        {"endless tickets of TLS", serve(Ok(9, "012"), tls, EMPTY_LINE, sendTickets), "9:012 cut"},
-        {"endless empty frames of HTTP/2", serve(settings + ok + data + priorities, multiplexed, stream), "-1:012 cut"},
-        {"endless frames of HTTP/2 without a header", serve(settings + priorities, multiplexed, stream), FAILED},
+        {"endless tickets of TLS", serve(Ok(9, "012"), MakeTls(), EMPTY_LINE, sendTickets), "9:012 cut"},
     };
     // Returns how late the transfer ends: after it was cancelled, or after nearly a second of silence. It is cancelled
     // when it has made few calls for a while, because a flood is slowed down only when it is known as one.
@@ -304,6 +296,7 @@ TEST_F(TransportTest, SilenceAndCancellationEndEveryTransfer)
     for (const auto& c : states)
         delays += end(c, true);
     EXPECT_LT(delays, std::size(states) * milliseconds(100));
+    wxSetEnv("https_proxy", serve(Answer(407, CHUNKED, "0\r\n***a:b\r\n"))); // trailers
     TryAtOnce(states, [&](const auto& c) { EXPECT_LT(end(c, false), milliseconds(2100)) << c[0]; });
 }
 
@@ -362,6 +355,9 @@ TEST_F(TransportTest, FtpWorksWithinTheSameLimits)
         EXPECT_LT(Clock::now() - start, milliseconds(3000)) << c.what;
         EXPECT_EQ(commands, c.commands) << c.what;
     }
+    m_server.Serve("ftp://host/file", "HTTP/1.1 200 OK\r\n");
+    wxSetEnv("ftp_proxy", m_server.Url(""));
+    EXPECT_EQ(Fetch("ftp://host/file"), FAILED) << "the header was cut";
 }
 
 TEST_F(TransportTest, ProxyInCapitalsCountsOnlyWithoutTheOthers)
@@ -386,7 +382,7 @@ TEST_F(TransportTest, HoldsLittleMemoryWhileNothingIsRead)
 {
     const size_t before = mallinfo2().hblkhd;
     const std::unique_ptr<wxInputStream> stream = Open(m_server.Serve("/file", Ok("", "***x")));
-    for (int i = 0; i < 10; ++i, wxMilliSleep(20))
+    for (int i = 0; i < 100; ++i, wxMilliSleep(5))
         EXPECT_TRUE(stream->CanRead());
     EXPECT_LT(mallinfo2().hblkhd - before, 1u << 20);
 }

@@ -8,7 +8,8 @@ std::string GetWebHeader(CURL* easy, const char* name, const std::string& contra
     curl_header* header = nullptr;
     for (size_t i = 0; curl_easy_header(easy, name, i, CURLH_HEADER, -1, &header) == CURLHE_OK; ++i)
     {
-        if (i > 0 && header->value != value)
+        // Looking up each of many would take long.
+        if (header->amount > 9 || (i > 0 && header->value != value))
             return contradiction;
         value = header->value;
     }
@@ -16,16 +17,20 @@ std::string GetWebHeader(CURL* easy, const char* name, const std::string& contra
 }
 
 // Returns whether the last answer contradicts itself: of several different values libcurl would use
-// the last one, and it would ignore a length that is no number or too large.
+// the last one; it would ignore a length that is too large, or beside an unusual transfer coding.
 static bool IsContradiction(CURL* easy)
 {
     // No header has this value.
     for (const char* name : {"Content-Length", "Content-Range", "Content-Encoding", "ETag",
-                             "Last-Modified", "Location"})
+                             "Last-Modified", "Location", "Transfer-Encoding"})
         if (GetWebHeader(easy, name, "\n") == "\n")
             return true;
     const std::string length = GetWebHeader(easy, "Content-Length");
-    return length.size() > 18 || length.find_first_not_of("0123456789") != std::string::npos;
+    const std::string coding = GetWebHeader(easy, "Transfer-Encoding");
+    const bool ignored = GetWebInfo<curl_off_t>(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T) < 0 &&
+                         !curl_strequal(coding.c_str(), "chunked");
+    return length.find_first_not_of("0123456789") != std::string::npos ||
+           (ignored && !(length + coding).empty());
 }
 
 WebResource::Verdict WebResource::Judge(CURL* easy, curl_off_t received)
@@ -68,7 +73,7 @@ void WebResource::Learn(CURL* easy)
     const auto time = [](const std::string& text) { return curl_getdate(text.c_str(), nullptr); };
     const time_t modified = time(m_lastModified);
     const bool strongDate =
-        m_entityTag.empty() && modified != -1 && time(GetWebHeader(easy, "Date")) > modified;
+        m_entityTag.empty() && modified >= 0 && time(GetWebHeader(easy, "Date")) > modified;
     // One tag in quotes: two that were folded into one line have more of them.
     const bool strongTag =
         m_entityTag.compare(0, 1, "\"") == 0 && m_entityTag.find('"', 1) + 1 == m_entityTag.size();
@@ -76,9 +81,8 @@ void WebResource::Learn(CURL* easy)
         m_validator = strongTag ? m_entityTag : strongDate ? m_lastModified : std::string();
 }
 
-// Returns whether the last answer is a part of the same resource that starts where the bytes
-// received end. If so, stores where the part ends, and the size of the whole if the answer gives
-// it.
+// Returns whether the last answer is a part of the same resource that follows the bytes received.
+// If so, stores where the part ends, and the size of the whole if the answer gives it.
 bool WebResource::Continues(CURL* easy, curl_off_t received)
 {
     const std::string range = GetWebHeader(easy, "Content-Range");

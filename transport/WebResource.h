@@ -46,10 +46,9 @@ public:
     // Returns whether the server can be asked for the rest of the resource.
     bool IsResumable() const { return !m_validator.empty(); }
 
-    // Returns the size of the whole resource in bytes; -1 if it is not known.
+    // Return the size of the whole resource, or -1 if it is not known; and where the last part
+    // ends, or -1 if there is none. Both are in bytes from the resource's start.
     curl_off_t GetSize() const { return m_size; }
-
-    // Returns where the last part ends, in bytes from the resource's start; -1 if there is none.
     curl_off_t GetEnd() const { return m_end; }
 
 private:

@@ -15,8 +15,6 @@ namespace
 
 using std::chrono::milliseconds;
 
-constexpr long MAX_REDIRECTS = 10;
-
 // How soon a cancellation is noticed, and the next bytes arrive on a fast line.
 constexpr milliseconds POLL_INTERVAL(50), PACKET_TIME(2);
 
@@ -117,8 +115,7 @@ bool WebTransfer::MayGoOn()
     return !m_stop;
 }
 
-// The same, for calls by libcurl. It slows down a flood, and waits for no reply after the last
-// byte.
+// The same for calls by libcurl; slows down a flood, and waits for no reply after the last byte.
 bool WebTransfer::MayTakeMore(int calls)
 {
     m_request->callsInVain += calls;
@@ -144,11 +141,13 @@ void WebTransfer::StartRequest(const std::string& range)
     curl_easy_setopt(easy, CURLOPT_URL, m_address.GetUrl().c_str());
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https,ftp");
     curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, range.empty() && !m_address.IsFtp() ? 1L : 0L);
-    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, MAX_REDIRECTS);
     curl_easy_setopt(easy, CURLOPT_USERAGENT, "Kestrel/" KESTREL_VERSION);
+    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, range.empty() && !m_address.IsFtp() ? 1L : 0L);
+    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, 10L);
     curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, RECEIVE_SIZE);
-    // Without QUICK_EXIT, a cancelled transfer would wait for the resolver.
+    // Over HTTP/2, libcurl would take some broken connections for the end of the answer. Without
+    // QUICK_EXIT, a cancelled transfer would wait for the resolver.
+    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     for (const CURLoption option :
          {CURLOPT_NOSIGNAL, CURLOPT_QUICK_EXIT, CURLOPT_VERBOSE, CURLOPT_SUPPRESS_CONNECT_HEADERS})
         curl_easy_setopt(easy, option, 1L);
@@ -174,8 +173,7 @@ void WebTransfer::SetCallbacks(CURL* easy)
 {
     const auto onProgress = [](void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
     { return static_cast<WebTransfer*>(self)->MayTakeMore() ? 0 : 1; };
-    // Only this one is called for empty frames of HTTP/2 and empty records of TLS. A call tells of
-    // a piece, not of a byte. libcurl itself limits the size of headers.
+    // Only this one is called for empty records of TLS, with a whole piece. Headers have a limit.
     const auto onDebug = [](CURL*, curl_infotype type, char* data, size_t size, void* self)
     {
         // close_notify, the alert that ends a connection properly (RFC 8446, section 6.1)
@@ -227,7 +225,8 @@ WebTransfer::Verdict WebTransfer::Ask(const std::string& range)
     StartRequest(range);
     for (Advance(); !m_request->answered && !m_request->ended && !m_stop; Advance())
         Wait(POLL_INTERVAL);
-    m_address.MoveTo(GetWebInfo<char*>(m_request->easy.get(), CURLINFO_EFFECTIVE_URL));
+    if (m_request->answered) // not by a redirect that was refused
+        m_address.MoveTo(GetWebInfo<char*>(m_request->easy.get(), CURLINFO_EFFECTIVE_URL));
     return Judge();
 }
 
@@ -241,7 +240,7 @@ void WebTransfer::Advance()
         m_request->ended = true;
         m_request->result = message->data.result;
         // An empty file over ftp has neither header nor body.
-        m_request->answered |= m_request->result == CURLE_OK && m_address.IsFtp();
+        m_request->answered |= m_request->result == CURLE_OK && Speaks("ftp");
     }
 }
 
@@ -295,18 +294,14 @@ bool WebTransfer::Take(const char* data, size_t size)
     return m_received != end;
 }
 
-// Returns whether all of the resource has arrived. If its size is not known, only the server knows
-// whether a part was the last one.
+// Returns whether all of the resource has arrived. Only the server knows which part is the last.
 bool WebTransfer::IsComplete() const
 {
-    CURL* const easy = m_request->easy.get();
     if (m_received == m_resource.GetSize() || m_request->verdict == Verdict::Complete)
         return true;
     // Over TLS, an answer that ends with its connection may have been cut (RFC 9112, section 9.8).
-    const bool cut = !m_request->closedByPeer &&
-                     !curl_strequal(GetWebHeader(easy, "Transfer-Encoding").c_str(), "chunked") &&
-                     GetWebInfo<long>(easy, CURLINFO_HTTP_VERSION) < CURL_HTTP_VERSION_2 &&
-                     curl_strequal(GetWebInfo<char*>(easy, CURLINFO_SCHEME), "https");
+    const bool cut = Speaks("https") && !m_request->closedByPeer &&
+                     GetWebHeader(m_request->easy.get(), "Transfer-Encoding").empty();
     return m_request->ended && m_request->verdict == Verdict::Accept && !cut &&
            m_request->result == CURLE_OK && m_request->known == 0 && m_resource.GetSize() < 0 &&
            m_resource.GetEnd() < 0;
@@ -371,19 +366,21 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
     request.closedByPeer = false; // that was the connection of a redirect
     if (!transfer.MayGoOn() || request.headerSize > HEADER_LIMIT)
         return 0;
-    // A header line counts as an arrival, because each redirect may take its time. The replies of
-    // an ftp server do not count, because their number has no limit.
-    if (!transfer.m_resource.IsKnown() && !transfer.m_address.IsFtp())
+    // The replies of an ftp server have no limit, nor have trailers of a proxy that refuses.
+    if (transfer.Speaks("ftp") || GetWebInfo<long>(easy, CURLINFO_HTTP_CONNECTCODE) >= 300)
+        return size;
+    // A header line counts as an arrival, because each redirect may take its time.
+    if (!transfer.m_resource.IsKnown())
         transfer.m_lastArrival = Clock::now();
-    // Another header follows an interim answer (1xx) or a redirect. Replies over ftp come here too.
+    // Another header follows an interim answer (1xx) or a redirect.
     const bool lastLine = size <= 2 && (data[0] == '\r' || data[0] == '\n');
     const long status = GetWebInfo<long>(easy, CURLINFO_RESPONSE_CODE);
-    if (!lastLine || status < 200 || transfer.m_address.IsFtp())
+    if (!lastLine || status < 200)
         return size;
 
     const bool moved = (status >= 301 && status <= 303) || status == 307 || status == 308;
     request.answered = !moved || request.headers || GetWebHeader(easy, "Location").empty();
-    if (curl_strequal(GetWebInfo<char*>(easy, CURLINFO_SCHEME), "https"))
+    if (transfer.Speaks("https"))
         curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "https");
     // libcurl would also follow other statuses from 300 to 399; this ends the request instead.
     return status / 100 == 3 && request.answered ? 0 : size;
@@ -395,6 +392,6 @@ size_t WebTransfer::OnBody(char* data, size_t, size_t size, void* self)
     transfer.m_request->answered = true;
     // A few bytes of the body do not end a flood, but small records of TLS are none.
     int& calls = transfer.m_request->callsInVain;
-    calls -= std::min(calls, 4 * static_cast<int>(size));
+    calls -= std::min(calls, 16 * static_cast<int>(size));
     return transfer.MayGoOn() && transfer.Take(data, size) ? size : 0;
 }

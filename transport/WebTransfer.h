@@ -72,6 +72,11 @@ private:
     Verdict Judge();
     bool Take(const char* data, size_t size);
     bool IsComplete() const;
+    // Returns whether the last connection used this scheme; a proxy is asked for ftp over http.
+    bool Speaks(const char* scheme) const
+    {
+        return curl_strequal(GetWebInfo<char*>(m_request->easy.get(), CURLINFO_SCHEME), scheme);
+    }
     bool Resume();
     bool Fail(const std::string& reason) const;
     std::string GetReason() const;

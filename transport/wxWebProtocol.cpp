@@ -24,10 +24,8 @@ wxInputStream* wxWebProtocol::GetInputStream(const wxString&)
 #define WEB_PROTOCOL(name, scheme, port)                                                           \
     class name : public wxWebProtocol                                                              \
     {                                                                                              \
-        wxDECLARE_DYNAMIC_CLASS_NO_COPY(name);                                                     \
+        wxDECLARE_DYNAMIC_CLASS(name);                                                             \
         DECLARE_PROTOCOL(name)                                                                     \
-    public:                                                                                        \
-        name() = default;                                                                          \
     };                                                                                             \
     wxIMPLEMENT_DYNAMIC_CLASS(name, wxWebProtocol);                                                \
     IMPLEMENT_PROTOCOL(name, wxT(scheme), wxT(port), false)
