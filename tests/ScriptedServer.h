@@ -43,8 +43,7 @@ using Body = decltype(&Whole);
 
 using Tls = std::shared_ptr<SSL_CTX>;
 
-// Uses a certificate for 127.0.0.1 that only the file TEST_CERTIFICATE vouches for, and agrees to the first protocol
-// that the client offers.
+// Uses a certificate for 127.0.0.1 that only TEST_CERTIFICATE vouches for, and the first protocol that a client offers.
 inline Tls MakeTls(int newest = TLS1_3_VERSION)
 {
     const Tls tls(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);

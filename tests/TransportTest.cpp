@@ -69,6 +69,16 @@ void TryAtOnce(const Cases& cases, Try attempt)
 #endif
 }
 
+// Sends a text again and again.
+ScriptedServer::Dialogue Repeat(const std::string& text, int pause = 0)
+{
+    return [=](const Connection& client)
+    {
+        while (client.Send(text))
+            std::this_thread::sleep_for(milliseconds(pause));
+    };
+}
+
 std::string Moved(int status, const std::string& target) { return Answer(status, "Location: " + target + "\r\n"); }
 
 const std::string TAG = "ETag: \"t\"\r\n", RANGES = "Accept-Ranges: bytes\r\n", GZIP = "Content-Encoding: gzip\r\n";
@@ -121,7 +131,6 @@ TEST_F(TransportTest, FileIsWhatTheServerMeantOrTheFetchFails)
         {"two lengths", {Ok(4, "body", "Content-Length: 2\r\n")}, FAILED},
         {"no number as length", {Ok("Content-Length: 4, 2\r\n", "body")}, FAILED},
         {"a length beyond all", {Ok("Content-Length: 9999999999999999999\r\n", "body")}, FAILED},
-        {"a length that another header overrides", {Ok(5, "body", "Transfer-Encoding: identity\r\n")}, FAILED},
         {"a compressed transfer", {Ok("Transfer-Encoding: deflate\r\n", "body")}, FAILED},
         {"ten tags", {Ok(4, "body", TAG + TAG + TAG + TAG + TAG + TAG + TAG + TAG + TAG + TAG)}, FAILED},
         {"two tags", {Ok(4, "body", TAG + "ETag: \"u\"\r\n")}, FAILED},
@@ -210,12 +219,8 @@ TEST_F(TransportTest, TrustedAnswersOverTlsArriveWholeAndFast)
 {
     ScriptedServer plain({WHOLE}), secure({WHOLE}, MakeTls()), outdated({WHOLE}, MakeTls(TLS1_1_VERSION));
     ScriptedServer up({Moved(302, secure.Url())}), down({Moved(302, plain.Url())}, MakeTls());
-    const auto sendRecords = [](const Connection& client)
-    {
-        while (client.Send(std::string(20, 'x')))
-            continue;
-    };
-    ScriptedServer closed({Ok("", "body")}, MakeTls()), records({Ok(1000000, "")}, MakeTls(), EMPTY_LINE, sendRecords);
+    ScriptedServer closed({Ok("", "body")}, MakeTls()),
+        records({Ok(1000000, "")}, MakeTls(), EMPTY_LINE, Repeat(std::string(20, 'x')));
     ScriptedServer cut({Ok("", "body")}, MakeTls(), EMPTY_LINE, [](const Connection& c) { HangUp(c.bio); });
     ScriptedServer moved({Moved(302, cut.Url())}, MakeTls()); // its own connection ends properly
     const std::string cases[][5] = {
@@ -296,7 +301,7 @@ TEST_F(TransportTest, SilenceAndCancellationEndEveryTransfer)
     for (const auto& c : states)
         delays += end(c, true);
     EXPECT_LT(delays, std::size(states) * milliseconds(100));
-    wxSetEnv("https_proxy", serve(Answer(407, CHUNKED, "0\r\n***a:b\r\n"))); // trailers
+    wxSetEnv("https_proxy", serve(Answer(407, CHUNKED, "0\r\n"), nullptr, EMPTY_LINE, Repeat("a:b\r\n", 100)));
     TryAtOnce(states, [&](const auto& c) { EXPECT_LT(end(c, false), milliseconds(2100)) << c[0]; });
 }
 

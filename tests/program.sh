@@ -93,8 +93,7 @@ done
 echo "It ends at once, with status 0, when it is closed at any moment"
 # The window of the previous run may still be there for a moment.
 has_window() { read -r window _ < <(wmctrl -lp | grep " $program "); }
-late=0
-for ((closing = 1; closing <= ${KESTREL_CLOSINGS:-20}; closing++)); do
+for ((closing = 1, late = 0; closing <= ${KESTREL_CLOSINGS:-20}; closing++)); do
     start "$https/$( ((closing % 2)) && echo slow/setup || echo silent)"
     wait_until 10 has_window
     sleep "0.$((RANDOM % 3))$((RANDOM % 10))"

@@ -17,7 +17,7 @@ std::string GetWebHeader(CURL* easy, const char* name, const std::string& contra
 }
 
 // Returns whether the last answer contradicts itself: of several different values libcurl would use
-// the last one; it would ignore a length that is too large, or beside an unusual transfer coding.
+// the last one. It would ignore a length that is too large, or beside an unusual transfer coding.
 static bool IsContradiction(CURL* easy)
 {
     // No header has this value.
@@ -27,10 +27,10 @@ static bool IsContradiction(CURL* easy)
             return true;
     const std::string length = GetWebHeader(easy, "Content-Length");
     const std::string coding = GetWebHeader(easy, "Transfer-Encoding");
-    const bool ignored = GetWebInfo<curl_off_t>(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T) < 0 &&
-                         !curl_strequal(coding.c_str(), "chunked");
+    const bool ignored =
+        !length.empty() && GetWebInfo<curl_off_t>(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T) < 0;
     return length.find_first_not_of("0123456789") != std::string::npos ||
-           (ignored && !(length + coding).empty());
+           (!curl_strequal(coding.c_str(), "chunked") && (ignored || !coding.empty()));
 }
 
 WebResource::Verdict WebResource::Judge(CURL* easy, curl_off_t received)
