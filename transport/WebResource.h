@@ -17,7 +17,7 @@ T GetWebInfo(CURL* easy, CURLINFO info)
 }
 
 // Returns the value of the header with this name in the last answer; empty if there is none. If it
-// has several different values, returns the text given for a contradiction.
+// has different values, or more than nine, returns the text given for a contradiction.
 std::string GetWebHeader(CURL* easy, const char* name, const std::string& contradiction = "");
 
 class WebResource
