@@ -77,7 +77,9 @@ bool IsIntact(const wxCharBuffer& catalogue)
         const char* const translation = data + number(number(16) + entry + 4);
         // The translation of the empty text is the catalogue's header.
         const auto isOperator = [](char c) { return c != '\0' && strchr("(?|&=<>!%*/+-", c); };
-        if (*original == '\0' && (!strstr(translation, "text/plain; charset=UTF-8\n") ||
+        const char* const type = strstr(translation, "Content-Type: text/plain; charset=");
+        const char* const utf8 = strstr(translation, "Content-Type: text/plain; charset=UTF-8\n");
+        if (*original == '\0' && (!utf8 || utf8 != type ||
                                   std::count_if(translation, translation + strlen(translation),
                                                 isOperator) > OPERATOR_LIMIT))
             return false;

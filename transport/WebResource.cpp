@@ -94,7 +94,7 @@ bool WebResource::Continues(CURL* easy, curl_off_t received)
                                    (total < 0 ? "*" : std::to_string(total)) &&
                       first == received && last >= first && (total < 0 || last < total) &&
                       (m_size < 0 || (last < m_size && (total < 0 || total == m_size))) &&
-                      (size < 0 || size == last - first + 1);
+                      last < 0x7fffffffffffffff && (size < 0 || size == last - first + 1);
 
     // Such an answer may omit a header that is not the validator.
     const std::string tag = GetWebHeader(easy, "ETag");
