@@ -19,6 +19,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,12 +54,16 @@ struct HandOff
 
 HandOff& handOff = *new HandOff; // never destroyed
 
-// A detached thread still runs the toolkit's code after its object has been deleted. An object in
-// the thread's own storage is destroyed when the thread has left that code.
-struct ThreadEnd
+// A thread still runs the toolkit's code after its object has been deleted, and then destructors of
+// its data, such as libcrypto's. This one sets its data anew, to be called again after all others.
+pthread_key_t threadEnd;
+void OnThreadEnd(void* data)
 {
-    ~ThreadEnd() { --handOff.threads; }
-};
+    if (data == &handOff)
+        --handOff.threads;
+    else
+        pthread_setspecific(threadEnd, &handOff);
+}
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
@@ -136,7 +141,7 @@ public:
             AddDependency(used);
     }
 
-    bool OnInit() override { return true; }
+    bool OnInit() override { return pthread_key_create(&threadEnd, &OnThreadEnd) == 0; }
 
     void OnExit() override
     {
@@ -145,8 +150,7 @@ public:
             handOff.ending = true;
             handOff.letGo.Broadcast();
         }
-        const auto end = Clock::now() + EXIT_WAIT;
-        while (handOff.threads > 0)
+        for (const auto end = Clock::now() + EXIT_WAIT; handOff.threads > 0;)
         {
             // Only freeing memory remains, and the thread still uses it.
             if (Clock::now() > end)
@@ -192,8 +196,7 @@ void wxDownloadFile::CancelDownload()
 {
     if (!m_started)
     {
-        // No thread runs that would delete the object.
-        delete this;
+        delete this; // no thread runs that would do it
         return;
     }
 
@@ -211,7 +214,7 @@ wxWindow* wxDownloadFile::GetReceiver() const
 wxThread::ExitCode wxDownloadFile::Entry()
 {
     m_running = true;
-    thread_local const ThreadEnd end;
+    pthread_setspecific(threadEnd, &threadEnd);
     const wxDownloadLog log(*this);
     {
         wxDownloadEvent event(wxEVT_DOWNLOAD, static_cast<int>(GetId()));
@@ -247,7 +250,6 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
 
     m_fileSize = static_cast<wxLongLong_t>(stream->GetSize());
     event.SetFileSize(m_fileSize < 0 ? 0 : m_fileSize.load());
-
     event.SetFileError(Save(*stream, event));
     return event.GetFileError() == 0;
 }

@@ -3,10 +3,9 @@
 // Redirects (301, 302, 303, 307, 308) are followed up to 10 times, to http and https only and never
 // from https to http. Credentials go only to the host they were given for.
 //
-// When the connection breaks, the transfer goes on where it stopped. If the server offers byte
-// ranges and gave a validator, it is asked for the rest. Otherwise the resource is fetched from the
-// start and compared, until three attempts in a row get no further. Bytes of two resources are
-// never joined.
+// A transfer that breaks goes on where it stopped. If the server offers byte ranges and gave a
+// validator, it is asked for the rest. Otherwise the resource is fetched from the start and
+// compared, until three attempts in a row get no further. Bytes of two resources are never joined.
 //
 // One thread uses an object. The toolkit's verbose log says why a transfer fails.
 
@@ -122,8 +121,7 @@ private:
     std::string m_buffer;
     size_t m_readPosition = 0;
 
-    // The attempts to go on.
-    curl_off_t m_reached = 0; // bytes received before the last attempt
+    curl_off_t m_reached = 0; // bytes received before the last attempt to go on
     int m_triesInVain = 0;
     std::chrono::milliseconds m_pause{0};
 };
