@@ -1,5 +1,4 @@
-// What the tests share. Each test has a HOME, a temporary directory and a web server of its own, and
-// runs the main loop itself. A std::string has UTF-8.
+// What the tests share. Each test has its own HOME, temporary directory and web server, and runs the main loop itself.
 
 #pragma once
 
