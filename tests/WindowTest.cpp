@@ -361,8 +361,9 @@ TEST_F(WindowTest, EachRunReadsOnlyTheFileItHasCreated)
     for (const auto& [attack, seen] : attacks)
     {
         Write("other", fresh);
-        const auto change = [&command = attack](const Connection&) { EXPECT_TRUE(Shell("cd tmp && " + command)); };
-        ScriptedServer server({OfNoLength(fresh)}, nullptr, EMPTY_LINE, change);
+        const auto change = [&command = attack](const Connection&)
+        { EXPECT_TRUE(Shell("cd tmp; timeout 9 sh -c 'until [ -s nvrFileInfo.txt ]; do sleep 0; done'; " + command)); };
+        ScriptedServer server({OfNoLength(fresh + "\n;" + std::string(9999, '-'))}, nullptr, EMPTY_LINE, change);
         EXPECT_EQ(Run(server.Url()), seen) << attack;
     }
 
