@@ -77,6 +77,8 @@ int main(int argc, char** argv)
     OpenStandardDescriptors();
     // A file that reaches the limit on the size of files then gives an error, as a full disk does.
     signal(SIGXFSZ, SIG_IGN);
+    // So does writing to a server that has closed the connection; libcurl leaves this to a program.
+    signal(SIGPIPE, SIG_IGN);
 
     AdaptEnvironment();
 

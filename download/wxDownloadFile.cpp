@@ -68,9 +68,9 @@ void OnThreadEnd(void* data)
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 // Opens the file for writing, or creates it; does not truncate it. On failure returns null and sets
-// errno. In a folder where others can write, one of them may have put something else there since
-// the path was chosen, so only a regular file of the user's own with no other hard link is
-// accepted. A file that was opened as exclusive cannot be opened so a second time (EBUSY).
+// errno. In a folder where others can write, one of them may have put something else there. So only
+// a regular file without another hard link is accepted, of the user or of root, who owns every file
+// of some file systems. A file that was opened as exclusive cannot be opened so again (EBUSY).
 File OpenFile(const wxString& path, bool exclusive, struct stat& opened)
 {
     struct stat found;
@@ -84,7 +84,7 @@ File OpenFile(const wxString& path, bool exclusive, struct stat& opened)
     File file(descriptor < 0 ? nullptr : fdopen(descriptor, "w"), &std::fclose);
     const bool unsafe = file && (fstat(descriptor, &opened) != 0 ||
                                  (shared && (!S_ISREG(opened.st_mode) || opened.st_nlink != 1 ||
-                                             opened.st_uid != geteuid())));
+                                             (opened.st_uid != geteuid() && opened.st_uid != 0))));
     // Two runs that write to one file would mix their bytes. Not every file can be locked.
     struct flock lock = {F_WRLCK, SEEK_SET, 0, 0, 0};
     const bool locked = file && exclusive && fcntl(descriptor, F_OFD_SETLK, &lock) != 0;
@@ -260,7 +260,7 @@ int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
 {
     struct stat opened, found;
     File file = OpenFile(m_localFile, m_limit < 0, opened);
-    // After CancelDownload() the path may belong to another run. Closing a truncated file is slow.
+    // After CancelDownload() the path may be another run's. Closing a truncated file can be slow.
     if (!file || (IsWanted() && opened.st_size > 0 && ftruncate(fileno(file.get()), 0) != 0))
         return errno;
 

@@ -35,8 +35,8 @@ public:
     // parent       the receiver; not null, not owned, alive until CancelDownload() has been called
     // url          the URL to fetch; any that wxURL can open
     // localFile    the path to write to. Once the URL has been opened, an existing file is
-    //              overwritten. In a folder where others can write, that file must be regular, the
-    //              user's own and without another hard link; otherwise EPERM or ELOOP is reported
+    //              overwritten. In a folder where others can write, it must be a regular file of
+    //              the user or root without another hard link; otherwise EPERM or ELOOP is reported
     // notify       whether progress reports are posted
     // notifyBytes  the progress interval: a report follows each block of 4096 bytes that makes the
     //              number of received bytes a multiple of it; none if it is not positive

@@ -152,8 +152,7 @@ void KestrelFrame::CheckForUpdate(wxString address, wxString iniSection, wxStrin
 
 void KestrelFrame::StartDownload(const wxString& url, const wxString& localFile, wxLongLong_t limit)
 {
-    m_download =
-        new wxDownloadFile(this, url.Clone(), localFile.Clone(), true, PROGRESS_INTERVAL, limit);
+    m_download = new wxDownloadFile(this, url, localFile, true, PROGRESS_INTERVAL, limit);
     m_downloadStart = wxDateTime::Now();
     // Without a thread no report will come that could end the pause.
     if (m_download->IsAlive())
