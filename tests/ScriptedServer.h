@@ -84,27 +84,20 @@ struct Connection
         return text;
     }
 
-    // Sends the answer. A mark in it says how the rest is sent: slowly after "~~~", again and again after "***". After
-    // "..." nothing more is sent, and the connection stays open.
+    // Sends the answer. After "***" in it, the rest is sent again and again. After "..." nothing more is sent, and the
+    // connection stays open.
     void Say(const std::string& answer) const
     {
-        const size_t end = std::min({answer.find("~~~"), answer.find("***"), answer.rfind("...")});
+        const size_t end = std::min(answer.find("***"), answer.rfind("..."));
         Send(answer.substr(0, end));
         if (end == std::string::npos)
             return;
         std::string rest = answer.substr(end + 3);
-        if (answer[end] == '.')
-            Read("never said");
-        else if (answer[end] == '~')
-            for (size_t at = 0; at < rest.size() && Send(rest.substr(at, 8192)); at += 8192)
-                std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        else
-        {
-            while (rest.size() < 16384)
-                rest += rest;
-            while (Send(rest))
-                continue;
-        }
+        while (!rest.empty() && rest.size() < 16384)
+            rest += rest;
+        while (!rest.empty() && Send(rest))
+            continue;
+        Read("never said");
     }
 };
 

@@ -103,6 +103,9 @@ const std::string COMPLETE = "10:0123456789", SHORT = "10:012 cut", FAILED = "fa
 
 TEST_F(TransportTest, FileIsWhatTheServerMeantOrTheFetchFails)
 {
+    std::vector<std::string> poor; // each answer gets 16 KiB further
+    for (size_t size = 16384; size <= 114688; size += 16384)
+        poor.push_back(Ok(114688, std::string(size, 'x')));
     const struct
     {
         const char* what;
@@ -168,6 +171,7 @@ TEST_F(TransportTest, FileIsWhatTheServerMeantOrTheFetchFails)
         {"a date beside a weak tag", {Cut(RANGES + DATE + LATER + "ETag: W/\"t\"\r\n"), ALL}, COMPLETE, "/ /"},
         {"redirected to ftp when cut", {Cut(""), Moved(302, "ftp" + m_server.Url().substr(4)), ALL}, COMPLETE, "/ / /"},
         {"cut earlier, then later", {Cut(""), Ok(10, "01"), Ok(10, "01234"), ALL}, COMPLETE, "/ / / /"},
+        {"a poor line", poor, "114688:" + std::string(114688, 'x'), "/ / / / / / /"},
         {"something else", {Cut(""), Ok(10, "0x23456789")}, SHORT, "/ /"},
         {"the same, but longer", {Cut(""), Ok(11, "0123456789a")}, SHORT, "/ /"},
         {"no progress", {Cut("")}, SHORT, "/ / / /"},
@@ -221,7 +225,8 @@ TEST_F(TransportTest, TrustedAnswersOverTlsArriveWholeAndFast)
     ScriptedServer moved({Moved(302, cut.Url())}, MakeTls()); // its own connection ends properly
     const std::string cases[][5] = {
         {"by nobody", "", "", secure.Url(), FAILED},
-        {"by a file", TEST_CERTIFICATE, "", secure.Url(), "4:body"},
+        {"by a file, over a proxy", TEST_CERTIFICATE, "", "http://example.org/", "4:body"},
+        {"by a directory, over a proxy", "", TEST_CERTIFICATES, "http://example.org/", "4:body"},
         {"for another host", TEST_CERTIFICATE, "", "https://localhost:" + secure.GetPort(), FAILED},
         {"by a directory", "", TEST_CERTIFICATES, secure.Url(), "4:body"},
         {"by an empty file", "/dev/null", "", secure.Url(), FAILED},
@@ -232,6 +237,8 @@ TEST_F(TransportTest, TrustedAnswersOverTlsArriveWholeAndFast)
         {"from https to http", TEST_CERTIFICATE, "", down.Url(), FAILED},
         {"small records", TEST_CERTIFICATE, "", records.Url(), "1000000:" + std::string(1000000, 'x')},
     };
+    wxSetEnv("http_proxy", secure.Url(""));
+    wxSetEnv("no_proxy", "127.0.0.1");
     const auto start = Clock::now();
     for (const auto& [what, file, directory, url, result] : cases)
     {
