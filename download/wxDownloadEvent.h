@@ -11,7 +11,7 @@
 
 // The kinds of events. A failure means that the URL could not be opened, or that the local file
 // could not be created or written; progress reports may have come before it. A transfer that ends
-// early for another reason is reported as complete, and IsCut().
+// early for another reason is reported as complete, and IsCut() returns true.
 constexpr int wxDOWNLOAD_NONE = -2;    // a new event; never posted
 constexpr int wxDOWNLOAD_FAIL = -1;    // the download has failed; the last event
 constexpr int wxDOWNLOAD_COMPLETE = 1; // the transfer has ended, the file is closed; the last event

@@ -16,8 +16,8 @@ std::string GetWebHeader(CURL* easy, const char* name, const std::string& contra
     return value;
 }
 
-// Returns whether the last answer contradicts itself: of several different values libcurl would use
-// the last one. It would ignore a length that is too large, or beside an unusual transfer coding.
+// Returns whether the last answer contradicts itself. Of several different values libcurl would use
+// the last one, and it would ignore a length that is too large, or beside some transfer codings.
 static bool IsContradiction(CURL* easy)
 {
     // No header has this value.

@@ -23,8 +23,8 @@ constexpr milliseconds POLL_INTERVAL(50), PACKET_TIME(2);
 constexpr milliseconds FIRST_PAUSE(250), LAST_PAUSE(8000);
 constexpr curl_off_t REAL_PROGRESS = 16 * 1024;
 
-// How often in a row a resource is fetched from its start without getting further; and by how much
-// a byte that is compared, because it has been received before, puts off the end of the silence.
+// How many answers in a row with the resource from its start may get no further; and by how much a
+// byte that is compared, because it has been received before, puts off the end of the silence.
 constexpr int MAX_TRIES_IN_VAIN = 3;
 constexpr milliseconds COMPARE_TIME(1);
 
@@ -34,12 +34,12 @@ constexpr milliseconds COMPARE_TIME(1);
 constexpr long RECEIVE_SIZE = 128 * 1024;
 constexpr size_t BLOCK_SIZE = 4096, BUFFER_LIMIT = 128 * 1024, HEADER_LIMIT = 512 * 1024;
 
-// If libcurl has called this often without any of the body, the input is a flood, which is read
-// with a pause at each call. The page with which a proxy refuses takes a call for each byte.
+// If libcurl's calls without any of the body count this much, the input is a flood, which is read
+// with a pause at each call. The page of a proxy that refuses takes a call for each byte.
 constexpr int CALLS_IN_VAIN = 65536;
 constexpr milliseconds FLOOD_PAUSE(10);
 
-// The number of a closed socket may be another file's. The thread sanitizer would report fstat().
+// A closed socket's number may be another file's by now. The thread sanitizer would report fstat().
 unsigned long long GetInode(curl_socket_t socket)
 {
     struct statx found;
@@ -173,7 +173,7 @@ void WebTransfer::SetCallbacks(CURL* easy)
 {
     const auto onProgress = [](void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
     { return static_cast<WebTransfer*>(self)->MayTakeMore() ? 0 : 1; };
-    // Only this one is called for empty records of TLS, with a whole piece. Headers have a limit.
+    // Only this one is called for empty records of TLS. Headers have a limit of their own.
     const auto onDebug = [](CURL*, curl_infotype type, char* data, size_t size, void* self)
     {
         // close_notify, the alert that ends a connection properly (RFC 8446, section 6.1)
@@ -366,7 +366,7 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
     request.closedByPeer = false; // that was the connection of a redirect
     if (!transfer.MayGoOn() || request.headerSize > HEADER_LIMIT)
         return 0;
-    // The replies of an ftp server have no limit, nor have trailers of a proxy that refuses.
+    // Neither an ftp server's replies nor trailers of a proxy that refuses bring the answer nearer.
     if (transfer.Speaks("ftp") || GetWebInfo<long>(easy, CURLINFO_HTTP_CONNECTCODE) >= 300)
         return size;
     // A header line counts as an arrival, because each redirect may take its time.

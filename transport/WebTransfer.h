@@ -5,7 +5,7 @@
 //
 // A transfer that breaks goes on where it stopped. If the server offers byte ranges and gave a
 // validator, it is asked for the rest. Otherwise the resource is fetched from the start and
-// compared, until three attempts in a row get no further. Bytes of two resources are never joined.
+// compared, until three answers in a row get no further. Bytes of two resources are never joined.
 //
 // One thread uses an object. The toolkit's verbose log says why a transfer fails.
 
@@ -28,8 +28,9 @@ class WebTransfer : public wxInputStream
 public:
     // timeout    how long nothing may arrive: at first no line of an answer's header (over ftp, no
     //            byte of the file), afterwards no new byte of the resource
-    // cancelled  called at least every 50 milliseconds during each operation, on the same thread;
-    //            once it returns true, the operation ends as if nothing had arrived for too long
+    // cancelled  called at least every 50 milliseconds during each operation (over ftp, each second
+    //            at the end), on the same thread; once it returns true, the operation ends as if
+    //            nothing had arrived for too long
     WebTransfer(std::chrono::seconds timeout, std::function<bool()> cancelled)
         : m_timeout(timeout), m_cancelled(std::move(cancelled))
     {
@@ -105,7 +106,7 @@ private:
         CURLcode result = CURLE_OK;
         Verdict verdict = Verdict::None;
         curl_off_t known = 0; // bytes still to compare with those received before
-        int callsInVain = 0;  // libcurl's calls that brought nothing of the body
+        int callsInVain = 0;  // libcurl's calls without any of the body, by weight
         size_t headerSize = 0;
     };
     std::unique_ptr<Request> m_request;

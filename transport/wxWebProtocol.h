@@ -16,9 +16,8 @@ public:
     // Sets what GetInputStream() will fetch. Call it first.
     //
     // address    the whole URL
-    // cancelled  called at least every 50 milliseconds during each call to GetInputStream() or its
-    //            stream, on the same thread; once it returns true, that call ends. What it uses
-    //            must exist as long as the stream
+    // cancelled  the same as for WebTransfer, during each call to GetInputStream() or its stream.
+    //            What it uses must exist as long as the stream
     void SetRequest(const wxString& address, std::function<bool()> cancelled);
 
     // Returns a WebTransfer, which the caller deletes, or null if WebTransfer::Open() has failed.

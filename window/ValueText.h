@@ -3,8 +3,8 @@
 //
 // A new text can be read back at once. GTK, and through it a screen reader, gets the latest text
 // at most 30 times a second, and always before a box opens. The window grows with the text as far
-// as its display has room. A longer text is shortened in the middle and becomes the tooltip. Main
-// thread only.
+// as its display has room. A longer text is shortened in the middle; the tooltip then has the
+// text. Main thread only.
 
 #pragma once
 
