@@ -118,6 +118,8 @@ TEST_F(TransportTest, FileIsWhatTheServerMeantOrTheFetchFails)
         {"several choices", {Moved(300, "/other"), WHOLE}, FAILED},
         {"redirected twice at once", {Moved(302, "/a\r\nLocation: /b"), WHOLE}, FAILED},
         {"redirected nowhere", {Answer(302)}, FAILED},
+        {"redirected in a header that is cut", {"HTTP/1.1 302 Found\r\nLocation: /\r\n", WHOLE}, FAILED},
+        {"an odd end of the header", {"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\r\n"}, "0:"},
         {"redirected to ftp", {Moved(302, "ftp" + m_server.Url().substr(4))}, FAILED},
         {"no content", {Answer(204)}, FAILED},
         {"nothing to show", {Answer(205)}, FAILED},

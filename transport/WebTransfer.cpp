@@ -142,14 +142,15 @@ void WebTransfer::StartRequest(const std::string& range)
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https,ftp");
     curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy, CURLOPT_USERAGENT, "Kestrel/" KESTREL_VERSION);
-    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, range.empty() && !m_address.IsFtp() ? 1L : 0L);
-    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, 10L);
+    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, 0L); // until OnHeader() permits more
+    // Each address of a host, except the last, is tried for half of the time that is left.
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, static_cast<long>(m_timeout.count()));
     curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, RECEIVE_SIZE);
     // Over HTTP/2, libcurl would take some broken connections for the end of the answer. Without
     // QUICK_EXIT, a cancelled transfer would wait for the resolver.
     curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    for (const CURLoption option :
-         {CURLOPT_NOSIGNAL, CURLOPT_QUICK_EXIT, CURLOPT_VERBOSE, CURLOPT_SUPPRESS_CONNECT_HEADERS})
+    for (const CURLoption option : {CURLOPT_NOSIGNAL, CURLOPT_QUICK_EXIT, CURLOPT_VERBOSE,
+                                    CURLOPT_FOLLOWLOCATION, CURLOPT_SUPPRESS_CONNECT_HEADERS})
         curl_easy_setopt(easy, option, 1L);
     for (const CURLoption option : {CURLOPT_SSLVERSION, CURLOPT_PROXY_SSLVERSION})
         curl_easy_setopt(easy, option, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
@@ -372,18 +373,20 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
     // A header line counts as an arrival, because each redirect may take its time.
     if (!transfer.m_resource.IsKnown())
         transfer.m_lastArrival = Clock::now();
-    // Another header follows an interim answer (1xx) or a redirect.
-    const bool lastLine = size <= 2 && (data[0] == '\r' || data[0] == '\n');
+    // libcurl ends a header at such a line. Another follows an interim answer (1xx) or a redirect.
     const long status = GetWebInfo<long>(easy, CURLINFO_RESPONSE_CODE);
-    if (!lastLine || status < 200)
+    if ((data[0] != '\r' && data[0] != '\n') || status < 200)
         return size;
 
     const bool moved = (status >= 301 && status <= 303) || status == 307 || status == 308;
     request.answered = !moved || request.headers || GetWebHeader(easy, "Location").empty();
     if (transfer.Speaks("https"))
         curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "https");
-    // libcurl would also follow other statuses from 300 to 399; this ends the request instead.
-    return status / 100 == 3 && request.answered ? 0 : size;
+    // libcurl would also follow other statuses, and a redirect whose header is cut.
+    if (const long count = GetWebInfo<long>(easy, CURLINFO_REDIRECT_COUNT);
+        !request.answered && count < 10)
+        curl_easy_setopt(easy, CURLOPT_MAXREDIRS, count + 1);
+    return size;
 }
 
 size_t WebTransfer::OnBody(char* data, size_t, size_t size, void* self)

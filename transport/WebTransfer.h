@@ -28,9 +28,8 @@ class WebTransfer : public wxInputStream
 public:
     // timeout    how long nothing may arrive: at first no line of an answer's header (over ftp, no
     //            byte of the file), afterwards no new byte of the resource
-    // cancelled  called at least every 50 milliseconds during each operation (over ftp, each second
-    //            at the end), on the same thread; once it returns true, the operation ends as if
-    //            nothing had arrived for too long
+    // cancelled  called on the same thread every 50 ms of an operation (over ftp, each second at
+    //            its end); once it returns true, that ends as if nothing had arrived for too long
     WebTransfer(std::chrono::seconds timeout, std::function<bool()> cancelled)
         : m_timeout(timeout), m_cancelled(std::move(cancelled))
     {
