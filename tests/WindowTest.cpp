@@ -193,7 +193,9 @@ TEST_F(WindowTest, VersionIsReadOnlyFromAnHonestText)
     const wxCharBuffer utf16 = (wxString(wxUniChar(0xFEFF)) + plain).mb_str(wxMBConvUTF16LE());
     wxSetEnv("LONG", std::string(2100, '2'));
     const std::string cases[][4] = {
-        {"limit", plain + std::string(99999, 'x') + "\n[" + std::string(100, '/') + std::string(32765, '\n'), "A", "2"},
+        {"limit", plain + std::string(99999, 'x') + std::string(32765, '\n') + "[" + std::string(100, '/'), "A", "2"},
+        {"a long section", plain + "[" + std::string(9999, 'x') + std::string(999, '\n'), "A", none},
+        {"honest sections", plain + "[" + std::string(99, 'x') + std::string(30000, '\n'), "A", "2"},
         {"quotation marks", plain + std::string(1900, '"'), "A", "2"},
         {"too deep", plain + "[" + std::string(101, '/'), "A", none},
         {"too many quotation marks", plain + std::string(2000, '"'), "A", none},

@@ -5,14 +5,18 @@
 #include <wx/filename.h>
 #include <wx/textfile.h>
 
+#include <algorithm>
+
 namespace
 {
 
 // No honest text nests its sections deeper. wxFileConfig reads nested sections by recursion.
-constexpr int DEPTH_LIMIT = 100;
+constexpr size_t DEPTH_LIMIT = 100;
 
-// The reader complains of each quotation mark that it does not expect, and repeats the line. This
-// is how many characters all complaints may have, and what each has besides the line.
+// The reader complains of each quotation mark that it does not expect, and repeats the line. It
+// also complains of each key that comes twice and of ".." without a section above; then it puts
+// together the section's path, level by level. This is how many characters all that may have, and
+// what each complaint has besides.
 constexpr size_t COMPLAINT_LIMIT = 4 * 1024 * 1024, COMPLAINT_SIZE = 100;
 
 // The reader complains of each malformed line, which takes longer than reading a well-formed one.
@@ -31,12 +35,18 @@ bool IsHarmless(const wxString& path)
         return false;
     if (text.GetLineCount() > LINE_LIMIT)
         return false;
-    size_t complaints = 0;
-    for (size_t line = 0; line < text.GetLineCount(); ++line)
+    size_t complaints = 0, longest = 0;
+    for (size_t i = 0; i < text.GetLineCount(); ++i)
     {
-        complaints +=
-            static_cast<size_t>(text[line].Freq('"')) * (text[line].length() + COMPLAINT_SIZE);
-        if (text[line].Freq('/') > DEPTH_LIMIT || complaints > COMPLAINT_LIMIT)
+        const wxString& line = text[i];
+        const size_t slashes = line.Freq('/');
+        // Whatever precedes it, this finds each line that the reader takes for a section's name.
+        const bool isSection = line.BeforeFirst('=').Contains("[");
+        if (isSection)
+            longest = std::max(longest, (slashes + 1) * line.length());
+        const size_t marks = line.Freq('"') + (isSection ? slashes : 0);
+        complaints += longest + marks * (line.length() + COMPLAINT_SIZE);
+        if (slashes > DEPTH_LIMIT || complaints > COMPLAINT_LIMIT)
             return false;
     }
     return true;

@@ -23,8 +23,8 @@ public:
 
     // Reads the whole text at path; the file is not needed afterwards. A text counts as empty if it
     // is missing, unreadable or too long, if it has more than 32768 lines or a line with more than
-    // 100 '/', or if its '"' could make the reader complain for too long. A '/' in the section
-    // names a nested section, as in a path.
+    // 100 '/', or if its '"' or the names of its sections could make the reader complain for too
+    // long. A '/' in the section names a nested section, as in a path.
     FileInfo(const wxString& path, const wxString& section);
 
     // Reads a value of the section, and expands the environment variables ("$NAME") in it. Returns
