@@ -3,6 +3,7 @@
 #include "download/wxDownloadEvent.h"
 #include "transport/wxWebProtocol.h"
 
+#include <wx/file.h>
 #include <wx/filename.h>
 #include <wx/log.h>
 #include <wx/module.h>
@@ -28,11 +29,9 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-// How long a server may be silent.
-constexpr wxUint32 TIMEOUT_SECONDS = 100;
+constexpr wxUint32 TIMEOUT_SECONDS = 100; // how long a server may be silent
 
-// Bytes that are read and written at a time. A progress interval should be a multiple of it.
-constexpr size_t BLOCK_SIZE = 4096;
+constexpr size_t BLOCK_SIZE = 4096; // of reads and writes; a progress interval is a multiple of it
 
 // How many progress reports may wait to be handled, and how long one may be held back; the window
 // does not draw more often.
@@ -73,14 +72,18 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 // of some file systems. A file that was opened as exclusive cannot be opened so again (EBUSY).
 File OpenFile(const wxString& path, bool exclusive, struct stat& opened)
 {
+    const wxFileName name(path);
+    // Somebody may put another folder in its place.
+    const wxFile folder(open(name.GetPath().fn_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat found;
-    const wxString folder = wxFileName(path).GetPath();
-    const bool shared = stat(folder.empty() ? "." : folder.fn_str().data(), &found) == 0 &&
+    const bool shared = folder.IsOpened() && fstat(folder.fd(), &found) == 0 &&
                         ((found.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
                          (found.st_uid != geteuid() && found.st_uid != 0));
     // Without O_NONBLOCK, a pipe that nobody reads would block.
-    constexpr int FLAGS = O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-    const int descriptor = open(path.fn_str(), FLAGS | (shared ? O_NOFOLLOW : 0), 0666);
+    const int flags =
+        O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | (shared ? O_NOFOLLOW : 0);
+    const int descriptor =
+        folder.IsOpened() ? openat(folder.fd(), name.GetFullName().fn_str(), flags, 0666) : -1;
     File file(descriptor < 0 ? nullptr : fdopen(descriptor, "w"), &std::fclose);
     const bool unsafe = file && (fstat(descriptor, &opened) != 0 ||
                                  (shared && (!S_ISREG(opened.st_mode) || opened.st_nlink != 1 ||
@@ -178,18 +181,13 @@ wxDownloadFile::wxDownloadFile(wxWindow* parent, wxString url, wxString localFil
     // This creates the log if there is none; otherwise messages from a thread would be dropped.
     wxLog::GetActiveTarget();
 
-    if (Create() != wxTHREAD_NO_ERROR)
-    {
-        wxLogError("Can't create download thread!");
-        return;
-    }
-
     ++handOff.threads;
-    m_started = Run() == wxTHREAD_NO_ERROR;
+    const bool created = Create() == wxTHREAD_NO_ERROR;
+    m_started = created && Run() == wxTHREAD_NO_ERROR;
     if (m_started)
         return;
     --handOff.threads;
-    wxLogError("Can't start download thread!");
+    wxLogError(created ? "Can't start download thread!" : "Can't create download thread!");
 }
 
 void wxDownloadFile::CancelDownload()

@@ -34,7 +34,7 @@ public:
     //
     // parent       the receiver; not null, not owned, alive until CancelDownload() has been called
     // url          the URL to fetch; any that wxURL can open
-    // localFile    the path to write to. Once the URL has been opened, an existing file is
+    // localFile    the absolute path to write to. Once the URL has been opened, an existing file is
     //              overwritten. In a folder where others can write, it must be a regular file of
     //              the user or root without another hard link; otherwise EPERM or ELOOP is reported
     // notify       whether progress reports are posted

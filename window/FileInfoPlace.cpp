@@ -62,11 +62,12 @@ wxString FileInfoPlace::Take(const wxString& directory)
     return TakeOwn(runtime) || TakeOwn(cache) ? m_path : wxString();
 }
 
-bool FileInfoPlace::IsIntact() const
+wxString FileInfoPlace::GetIntactFile() const
 {
     struct stat found;
-    return IsOwn(m_file, m_path, found) && found.st_nlink == 1 &&
-           (found.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    const bool intact = IsOwn(m_file, m_path, found) && found.st_nlink == 1 &&
+                        (found.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    return intact ? wxString::Format("/proc/self/fd/%d", m_file.fd()) : wxString();
 }
 
 void FileInfoPlace::Release()
@@ -102,6 +103,7 @@ bool FileInfoPlace::TakeOwn(const wxString& parent)
     std::string path((parent + "/kestrel-XXXXXX").fn_str());
     if (!wxIsAbsolutePath(parent) || !IsSafe(parent) || !mkdtemp(&path[0]))
         return false;
+    chmod(path.c_str(), S_IRWXU); // the umask may have removed permissions
     m_ownDirectory = wxString(path.c_str(), *wxConvFileName) + "/";
     if (Create(m_ownDirectory + FILE_NAME))
         return true;

@@ -28,9 +28,9 @@ public:
     // Returns why Take() could not use the given directory, as errno(3), if it returned no path.
     int GetError() const { return m_error; }
 
-    // Returns whether the file at the path is still the one that Take() created, and only the user
-    // can write to it.
-    bool IsIntact() const;
+    // Returns a path that leads to the file that Take() created, even if somebody replaces it or
+    // its directory. Empty if it is no longer the one at the path, or if others can write to it.
+    wxString GetIntactFile() const;
 
     // Gives up the path, so that another run can create a new file there. Removes the file only if
     // it is in a directory of the run's own, together with that directory. Call it when the

@@ -58,7 +58,9 @@ bool KestrelFrame::Create(wxWindow* parent, wxWindowID id, const wxString& title
         probe = wxFileName::CreateTempFileName("nvrFile");
         wxRemoveFile(probe.GetFullPath());
     }
-    if (probe.IsOk() && !probe.MakeAbsolute())
+    if (!probe.IsOk())
+        probe.AssignDir(wxFileName::GetTempDir());
+    if (!probe.MakeAbsolute())
         probe.Clear();
     m_tempDir = probe.GetPath(wxPATH_GET_VOLUME) + wxFileName::GetPathSeparator();
 
@@ -190,7 +192,7 @@ bool KestrelFrame::IsNewer(const wxString& version, const wxString& installed)
 void KestrelFrame::ProcessFileInfo()
 {
     // A file that another user may have replaced or changed is not read.
-    FileInfo fileInfo(m_place.IsIntact() ? m_fileInfoPath : wxString(), m_iniSection);
+    FileInfo fileInfo(m_place.GetIntactFile(), m_iniSection);
     m_place.Release();
     wxLog::FlushActive();
 
