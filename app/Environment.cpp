@@ -69,6 +69,9 @@ void AdaptEnvironment()
     unsetenv("LD_LIBRARY_PATH");
     // GTK and the toolkit read the encoding of file names from this variable.
     setenv("G_FILENAME_ENCODING", "UTF-8", 0);
+    // GTK aborts if it finds no icons. The application may have left only its own folders here.
+    if (const char* const folders = getenv("XDG_DATA_DIRS"))
+        setenv("XDG_DATA_DIRS", (folders + std::string(":/usr/local/share:/usr/share")).c_str(), 1);
     DropOverriddenLanguages();
     AdoptProxy();
     FindCertificates();

@@ -58,7 +58,7 @@ kill "$program"
 wait "$program" 2>/dev/null || true
 
 echo "The whole dialogue over redirects, with neither a locale nor open descriptors"
-LC_ALL=C LANG=de_DE.UTF-8 start "$http/=$https/ä.txt" bash -c 'exec "$@" <&- >&- 2>&-' _ "$build/kestrel"
+LC_ALL=C LANG=de_DE.UTF-8 XDG_DATA_DIRS=$work start "$http/=$https/ä.txt" bash -c 'exec "$@" <&- >&- 2>&-' _ "$build/kestrel"
 wait_for "New Version Available"
 [[ $(readlink "/proc/$program/fd/2") == /dev/null ]] || fail "descriptor 2 is free for anything"
 for title in "New Version Available" "Where would you like to save this installer?" ""; do
