@@ -30,7 +30,6 @@ namespace
 using Clock = std::chrono::steady_clock;
 
 constexpr wxUint32 TIMEOUT_SECONDS = 100; // how long a server may be silent
-
 constexpr size_t BLOCK_SIZE = 4096; // of reads and writes; a progress interval is a multiple of it
 
 // How many progress reports may wait to be handled, and how long one may be held back; the window

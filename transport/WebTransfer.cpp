@@ -379,7 +379,8 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
         return size;
 
     const bool moved = (status >= 301 && status <= 303) || status == 307 || status == 308;
-    request.answered = !moved || request.headers || GetWebHeader(easy, "Location").empty();
+    request.answered = !moved || request.headers || transfer.m_address.IsFtp() ||
+                       GetWebHeader(easy, "Location").empty();
     if (transfer.Speaks("https"))
         curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "https");
     // libcurl would also follow other statuses, and a redirect whose header is cut.
