@@ -195,7 +195,9 @@ TEST_F(WindowTest, VersionIsReadOnlyFromAnHonestText)
     const std::string cases[][4] = {
         {"limit", plain + std::string(99999, 'x') + std::string(32765, '\n') + "[" + std::string(100, '/'), "A", "2"},
         {"a long section", plain + "[" + std::string(9999, 'x') + std::string(999, '\n'), "A", none},
-        {"honest sections", plain + "[" + std::string(99, 'x') + std::string(30000, '\n'), "A", "2"},
+        {"honest sections", "[" + std::string(99, 'x') + std::string(30000, '\n') + plain, "A", "2"},
+        {"honest links", ";[" + std::string(90, '/') + std::string(9999, 'x') + std::string(999, '\n') + plain, "A",
+         "2"},
         {"quotation marks", plain + std::string(1900, '"'), "A", "2"},
         {"too deep", plain + "[" + std::string(101, '/'), "A", none},
         {"too many quotation marks", plain + std::string(2000, '"'), "A", none},

@@ -40,8 +40,10 @@ bool IsHarmless(const wxString& path)
     {
         const wxString& line = text[i];
         const size_t slashes = line.Freq('/');
-        // Whatever precedes it, this finds each line that the reader takes for a section's name.
-        const bool isSection = line.BeforeFirst('=').Contains("[");
+        // The reader skips the same characters.
+        const auto start =
+            std::find_if_not(line.begin(), line.end(), [](wxUniChar c) { return wxIsspace(c); });
+        const bool isSection = start != line.end() && *start == '[';
         if (isSection)
             longest = std::max(longest, (slashes + 1) * line.length());
         const size_t marks = line.Freq('"') + (isSection ? slashes : 0);

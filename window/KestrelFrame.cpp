@@ -57,11 +57,11 @@ bool KestrelFrame::Create(wxWindow* parent, wxWindowID id, const wxString& title
         const QuietLog quiet;
         probe = wxFileName::CreateTempFileName("nvrFile");
         wxRemoveFile(probe.GetFullPath());
+        if (!probe.IsOk())
+            probe.AssignDir(wxFileName::GetTempDir());
+        if (!probe.MakeAbsolute())
+            probe.Clear();
     }
-    if (!probe.IsOk())
-        probe.AssignDir(wxFileName::GetTempDir());
-    if (!probe.MakeAbsolute())
-        probe.Clear();
     m_tempDir = probe.GetPath(wxPATH_GET_VOLUME) + wxFileName::GetPathSeparator();
 
     wxFrame::Create(parent, id, title, pos, size, style, wxASCII_STR(wxFrameNameStr));
