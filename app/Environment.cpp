@@ -70,8 +70,11 @@ void AdaptEnvironment()
     // GTK and the toolkit read the encoding of file names from this variable.
     setenv("G_FILENAME_ENCODING", "UTF-8", 0);
     // GTK aborts if it finds no icons. The application may have left only its own folders here.
-    if (const char* const folders = getenv("XDG_DATA_DIRS"))
-        setenv("XDG_DATA_DIRS", (folders + std::string(":/usr/local/share:/usr/share")).c_str(), 1);
+    // An empty variable counts as unset, but an empty entry as the current folder.
+    if (const std::string folders = GetVariable("XDG_DATA_DIRS"); !folders.empty())
+        setenv("XDG_DATA_DIRS", (folders + ":/usr/local/share:/usr/share").c_str(), 1);
+    else
+        unsetenv("XDG_DATA_DIRS");
     DropOverriddenLanguages();
     AdoptProxy();
     FindCertificates();
