@@ -3,7 +3,6 @@
 #include "download/wxDownloadEvent.h"
 #include "transport/wxWebProtocol.h"
 
-#include <wx/file.h>
 #include <wx/filename.h>
 #include <wx/log.h>
 #include <wx/module.h>
@@ -69,11 +68,8 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 // errno. In a folder where others can write, one of them may have put something else there. So only
 // a regular file without another hard link is accepted, of the user or of root, who owns every file
 // of some file systems. A file that was opened as exclusive cannot be opened so again (EBUSY).
-File OpenFile(const wxString& path, bool exclusive, struct stat& opened)
+File OpenFile(const wxFile& folder, const wxString& name, bool exclusive, struct stat& opened)
 {
-    const wxFileName name(path);
-    // Somebody may put another folder in its place.
-    const wxFile folder(open(name.GetPath().fn_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat found;
     const bool shared = folder.IsOpened() && fstat(folder.fd(), &found) == 0 &&
                         ((found.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
@@ -82,7 +78,7 @@ File OpenFile(const wxString& path, bool exclusive, struct stat& opened)
     const int flags =
         O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | (shared ? O_NOFOLLOW : 0);
     const int descriptor =
-        folder.IsOpened() ? openat(folder.fd(), name.GetFullName().fn_str(), flags, 0666) : -1;
+        folder.IsOpened() ? openat(folder.fd(), name.fn_str(), flags, 0666) : (errno = ENOENT, -1);
     File file(descriptor < 0 ? nullptr : fdopen(descriptor, "w"), &std::fclose);
     const bool unsafe = file && (fstat(descriptor, &opened) != 0 ||
                                  (shared && (!S_ISREG(opened.st_mode) || opened.st_nlink != 1 ||
@@ -173,6 +169,7 @@ wxDownloadFile::wxDownloadFile(wxWindow* parent, wxString url, wxString localFil
     , m_parent(parent)
     , m_url(url.Clone())
     , m_localFile(localFile.Clone())
+    , m_folder(open(wxPathOnly(m_localFile).fn_str(), O_PATH | O_DIRECTORY | O_CLOEXEC))
     , m_limit(limit)
     , m_notify(notify)
     , m_notifyBytes(notifyBytes)
@@ -256,7 +253,7 @@ bool wxDownloadFile::Transfer(wxURL& url, wxDownloadEvent& event)
 int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
 {
     struct stat opened, found;
-    File file = OpenFile(m_localFile, m_limit < 0, opened);
+    File file = OpenFile(m_folder, m_localFile.AfterLast('/'), m_limit < 0, opened);
     // After CancelDownload() the path may be another run's. Closing a truncated file can be slow.
     if (!file || (IsWanted() && opened.st_size > 0 && ftruncate(fileno(file.get()), 0) != 0))
         return errno;
@@ -300,7 +297,8 @@ int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
     }
     postHeld();
     // Somebody may have removed or replaced the file meanwhile.
-    const bool there = stat(m_localFile.fn_str(), &found) == 0 && found.st_ino == opened.st_ino;
+    const bool there = stat(m_localFile.fn_str(), &found) == 0 && found.st_ino == opened.st_ino &&
+                       found.st_dev == opened.st_dev;
     if ((std::fclose(file.release()) != 0 || !there) && error == 0)
         error = there ? errno : ENOENT;
     event.SetDownloadedBytes(total);

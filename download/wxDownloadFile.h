@@ -15,6 +15,7 @@
 
 #pragma once
 
+#include <wx/file.h>
 #include <wx/string.h>
 #include <wx/thread.h>
 
@@ -80,6 +81,7 @@ private:
     std::atomic<wxWindow*> m_parent; // null after CancelDownload()
     const wxString m_url;
     const wxString m_localFile;
+    const wxFile m_folder; // somebody may put another one in its place
     const wxLongLong_t m_limit;
     std::atomic<bool> m_running{true};
     std::atomic<wxLongLong_t> m_fileSize{0};

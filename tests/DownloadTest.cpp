@@ -150,8 +150,11 @@ TEST_F(DownloadTest, FileThatCannotBeWrittenIsReportedAndPlantedOnesAreLeftAlone
     ScriptedServer server({OfNoLength("data")}, nullptr, EMPTY_LINE, remove);
     EXPECT_EQ(Download(server.Url(), Path("removed")), failed + "ENOENT");
     EXPECT_EQ(Read(Path("kept")), "kept");
-    EXPECT_EQ(Read(Path("team/target")), "kept");
     EXPECT_EQ(Read(Path("own/target")), Bytes(100000));
+    const auto swap = [](const Connection& c)
+    { c.Read(EMPTY_LINE), Shell("mv own gone && ln -s team own"), c.Say(Whole("data")); };
+    EXPECT_EQ(Download(ScriptedServer(swap).Url(), Path("own/target")), failed + "ENOENT");
+    EXPECT_EQ(Read(Path("team/target")), "kept");
 }
 
 TEST_F(DownloadTest, EndsAtItsLimitAndEmptiesNoFileOnceCancelled)
