@@ -64,10 +64,8 @@ public:
 
 private:
     int m_downloadStatus = wxDOWNLOAD_NONE;
-    wxString m_url;
-    wxString m_downloadedFile;
-    wxLongLong_t m_downloadedBytes = 0;
-    wxLongLong_t m_fileSize = 0;
+    wxString m_url, m_downloadedFile;
+    wxLongLong_t m_downloadedBytes = 0, m_fileSize = 0;
     int m_fileError = 0;
     bool m_cut = false;
     std::shared_ptr<const void> m_copies = std::make_shared<char>(); // counts itself

@@ -71,14 +71,13 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 File OpenFile(const wxFile& folder, const wxString& name, bool exclusive, struct stat& opened)
 {
     struct stat found;
-    const bool shared = folder.IsOpened() && fstat(folder.fd(), &found) == 0 &&
-                        ((found.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
-                         (found.st_uid != geteuid() && found.st_uid != 0));
+    const bool shared =
+        fstat(folder.fd(), &found) == 0 && ((found.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
+                                            (found.st_uid != geteuid() && found.st_uid != 0));
     // Without O_NONBLOCK, a pipe that nobody reads would block.
     const int flags =
         O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | (shared ? O_NOFOLLOW : 0);
-    const int descriptor =
-        folder.IsOpened() ? openat(folder.fd(), name.fn_str(), flags, 0666) : (errno = ENOENT, -1);
+    const int descriptor = openat(folder.fd(), name.fn_str(), flags, 0666);
     File file(descriptor < 0 ? nullptr : fdopen(descriptor, "w"), &std::fclose);
     const bool unsafe = file && (fstat(descriptor, &opened) != 0 ||
                                  (shared && (!S_ISREG(opened.st_mode) || opened.st_nlink != 1 ||
@@ -170,6 +169,7 @@ wxDownloadFile::wxDownloadFile(wxWindow* parent, wxString url, wxString localFil
     , m_url(url.Clone())
     , m_localFile(localFile.Clone())
     , m_folder(open(wxPathOnly(m_localFile).fn_str(), O_PATH | O_DIRECTORY | O_CLOEXEC))
+    , m_folderError(errno)
     , m_limit(limit)
     , m_notify(notify)
     , m_notifyBytes(notifyBytes)
@@ -256,7 +256,7 @@ int wxDownloadFile::Save(wxInputStream& stream, wxDownloadEvent& event)
     File file = OpenFile(m_folder, m_localFile.AfterLast('/'), m_limit < 0, opened);
     // After CancelDownload() the path may be another run's. Closing a truncated file can be slow.
     if (!file || (IsWanted() && opened.st_size > 0 && ftruncate(fileno(file.get()), 0) != 0))
-        return errno;
+        return m_folder.IsOpened() ? errno : m_folderError;
 
     // Each post wakes the main thread, so reports are held back while more can be read at once.
     std::vector<wxLongLong_t> held;

@@ -79,9 +79,9 @@ private:
     void Post(wxDownloadEvent& event, int status, wxLongLong_t downloadedBytes);
 
     std::atomic<wxWindow*> m_parent; // null after CancelDownload()
-    const wxString m_url;
-    const wxString m_localFile;
-    const wxFile m_folder; // somebody may put another one in its place
+    const wxString m_url, m_localFile;
+    const wxFile m_folder;   // somebody may put another one in its place
+    const int m_folderError; // errno(3), if it is not open
     const wxLongLong_t m_limit;
     std::atomic<bool> m_running{true};
     std::atomic<wxLongLong_t> m_fileSize{0};

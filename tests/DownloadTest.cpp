@@ -130,7 +130,7 @@ TEST_F(DownloadTest, FileThatCannotBeWrittenIsReportedAndPlantedOnesAreLeftAlone
     const std::string url = m_server.Serve("/file", Whole(Bytes(100000)));
     const std::string whole = "1 100000/100000 ", failed = "-1 0/0 ";
     const std::pair<std::string, std::string> cases[] = {
-        {Path("missing/file"), failed + "ENOENT"},
+        {Path("kept/file"), failed + "ENOTDIR"},
         {Path("home"), failed + "EISDIR"},
         {"/dev/full", failed + "ENOSPC"},
         {Path("own/pipe"), failed + "ENXIO"},

@@ -44,10 +44,10 @@ std::string Fetch(const std::string& address, const Options&... options)
            (stream->GetLastError() == wxSTREAM_EOF ? "" : " cut");
 }
 
-// Returns the path of each request, its credentials, the start of its range, and its condition up to a space or quote.
+// Returns each request's target, credentials, start of the range, and condition up to a space or quote.
 std::string Asked(ScriptedServer& server)
 {
-    static const std::regex PARTS("(?:GET(?= )|Basic |Range: bytes=|If-Range: \"?)( ?[^ \r\"]*)");
+    static const std::regex PARTS("(?:(?:GET|CONNECT)(?= )|Basic |Range: bytes=|If-Range: \"?)( ?[^ \r\"]*)");
     const std::string requests = server.GetRequests();
     std::string asked;
     for (std::sregex_iterator part(requests.begin(), requests.end(), PARTS), end; part != end; ++part)
@@ -192,13 +192,18 @@ TEST_F(TransportTest, FileIsWhatTheServerMeantOrTheFetchFails)
 
 TEST_F(TransportTest, RequestIsExactAndCredentialsGoOnlyToTheirHost)
 {
-    ScriptedServer other({WHOLE});
-    ScriptedServer server({HERE, Moved(302, other.Url())});
+    ScriptedServer other({WHOLE}), server({HERE, Moved(302, other.Url())});
     EXPECT_EQ(Fetch(server.Url("/a%20b c?q=%41 +/?#fragment").insert(7, "user:pass%40word@")), "4:body");
     EXPECT_EQ(Asked(server), "/a%20b%20c?q=%41%20+/?dXNlcjpwYXNzQHdvcmQ= /otherdXNlcjpwYXNzQHdvcmQ=");
     EXPECT_EQ(Asked(other), "/file");
     EXPECT_NE(server.GetRequests().find("User-Agent: Kestrel/"), std::string::npos);
     EXPECT_EQ(server.GetRequests().find("Accept-Encoding"), std::string::npos);
+
+    ScriptedServer next({Answer(403)}), former({Moved(302, "https://example.org/")});
+    wxSetEnv("http_proxy", former.Url("").insert(7, "user:secret@"));
+    wxSetEnv("https_proxy", next.Url(""));
+    EXPECT_EQ(Fetch("http://example.org/"), FAILED);
+    EXPECT_EQ(Asked(next), "example.org:443") << "the other proxy's password is none of its business";
 
     // The given URL, where it led, and the URL that is asked for there.
     const std::string cases[][3] = {
@@ -211,8 +216,7 @@ TEST_F(TransportTest, RequestIsExactAndCredentialsGoOnlyToTheirHost)
     for (const auto& [given, target, asked] : cases)
     {
         WebAddress address;
-        EXPECT_TRUE(address.Set(given));
-        address.MoveTo(target.c_str());
+        EXPECT_TRUE(address.Set(given) && address.MoveTo(target.c_str()));
         EXPECT_EQ(address.GetUrl(), asked);
     }
 }

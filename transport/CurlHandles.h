@@ -5,16 +5,11 @@
 #include <curl/curl.h>
 
 #include <memory>
+#include <type_traits>
 
+// An object that calls the function.
 template <auto function>
-struct CurlCleanup
-{
-    template <typename T>
-    void operator()(T* handle) const
-    {
-        function(handle);
-    }
-};
+using CurlCleanup = std::integral_constant<decltype(function), function>;
 
 using CurlEasy = std::unique_ptr<CURL, CurlCleanup<curl_easy_cleanup>>;
 using CurlMulti = std::unique_ptr<CURLM, CurlCleanup<curl_multi_cleanup>>;

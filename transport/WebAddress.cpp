@@ -43,18 +43,21 @@ bool WebAddress::Set(const std::string& url)
     m_url = Parse(GetPart(m_given, CURLUPART_URL));
     // For these, libcurl would return a list of files.
     const wxString path = GetPart(m_url, CURLUPART_PATH);
-    return m_url && !(IsFtp() && (path.EndsWith("/") || path.Lower().Contains(";type=d")));
+    return m_url &&
+           !(GetScheme() == "ftp" && (path.EndsWith("/") || path.Lower().Contains(";type=d")));
 }
 
-void WebAddress::MoveTo(const char* url)
+bool WebAddress::MoveTo(const char* url)
 {
     CurlUrl moved = Parse(url);
     if (GetPart(moved, CURLUPART_USER).empty() && IsSameSite(m_given, moved))
         for (const CURLUPart part : {CURLUPART_USER, CURLUPART_PASSWORD})
             if (const std::string value = GetPart(m_given, part); !value.empty())
                 curl_url_set(moved.get(), part, value.c_str(), 0);
-    if (moved)
-        m_url = std::move(moved);
+    if (!moved)
+        return false;
+    m_url = std::move(moved);
+    return true;
 }
 
 std::string WebAddress::GetUrl() const

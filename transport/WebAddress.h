@@ -14,10 +14,10 @@ public:
     // if it is an ftp directory.
     bool Set(const std::string& url);
 
-    // Moves to the URL that an answer came from, if it is valid. If it has no credentials, it gets
-    // those of the first URL, provided that scheme, host and port are the same, or that only http
-    // on port 80 has become https on port 443.
-    void MoveTo(const char* url);
+    // Moves to the URL that an answer or a redirect gives; returns false if it is not valid. If it
+    // has no credentials, it gets those of the first URL, provided that scheme, host and port are
+    // the same, or that only http on port 80 has become https on port 443.
+    bool MoveTo(const char* url);
 
     // Returns the URL to ask for, with its credentials; empty if it is not valid.
     std::string GetUrl() const;
@@ -25,7 +25,8 @@ public:
     // Returns the same URL without credentials, for the log.
     std::string GetText() const;
 
-    bool IsFtp() const { return GetUrl().compare(0, 4, "ftp:") == 0; }
+    // Returns the scheme of the URL to ask for, in lower case.
+    std::string GetScheme() const { return GetUrl().substr(0, GetUrl().find(':')); }
 
 private:
     CurlUrl m_given, m_url;

@@ -59,12 +59,7 @@ bool WebTransfer::Open(const std::string& url)
 {
     if (!m_address.Set(url))
         return Fail("not a valid address");
-    Verdict verdict = Ask();
-    // libcurl drops the credentials when a redirect leads from http to https; MoveTo() keeps them.
-    if (GetWebInfo<long>(m_request->easy.get(), CURLINFO_RESPONSE_CODE) == 401 &&
-        GetWebInfo<long>(m_request->easy.get(), CURLINFO_REDIRECT_COUNT) > 0)
-        verdict = Ask();
-    return verdict == Verdict::Accept || Fail(GetReason());
+    return Ask() == Verdict::Accept || Fail(GetReason());
 }
 
 size_t WebTransfer::OnSysRead(void* buffer, size_t size)
@@ -140,7 +135,7 @@ void WebTransfer::StartRequest(const std::string& range)
     CURL* const easy = m_request->easy.get();
     curl_easy_setopt(easy, CURLOPT_URL, m_address.GetUrl().c_str());
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https,ftp");
-    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, m_address.GetScheme().c_str());
     curl_easy_setopt(easy, CURLOPT_USERAGENT, "Kestrel/" KESTREL_VERSION);
     curl_easy_setopt(easy, CURLOPT_MAXREDIRS, 0L); // until OnHeader() permits more
     // Each address of a host, except the last, is tried for half of the time that is left.
@@ -223,9 +218,14 @@ void WebTransfer::HangUp() const
 WebTransfer::Verdict WebTransfer::Ask(const std::string& range)
 {
     ++m_attempt;
-    StartRequest(range);
-    for (Advance(); !m_request->answered && !m_request->ended && !m_stop; Advance())
-        Wait(POLL_INTERVAL);
+    m_redirects = 0;
+    do
+    {
+        StartRequest(range);
+        for (Advance(); !m_request->answered && !m_request->ended && !m_stop; Advance())
+            Wait(POLL_INTERVAL);
+    } while (m_request->upgraded && m_request->result == CURLE_TOO_MANY_REDIRECTS &&
+             m_address.MoveTo(GetWebInfo<char*>(m_request->easy.get(), CURLINFO_REDIRECT_URL)));
     if (m_request->answered) // not by a redirect that was refused
         m_address.MoveTo(GetWebInfo<char*>(m_request->easy.get(), CURLINFO_EFFECTIVE_URL));
     return Judge();
@@ -379,14 +379,16 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
         return size;
 
     const bool moved = (status >= 301 && status <= 303) || status == 307 || status == 308;
-    request.answered = !moved || request.headers || transfer.m_address.IsFtp() ||
-                       GetWebHeader(easy, "Location").empty();
-    if (transfer.Speaks("https"))
-        curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "https");
-    // libcurl would also follow other statuses, and a redirect whose header is cut.
-    if (const long count = GetWebInfo<long>(easy, CURLINFO_REDIRECT_COUNT);
-        !request.answered && count < 10)
-        curl_easy_setopt(easy, CURLOPT_MAXREDIRS, count + 1);
+    const std::string target = GetWebHeader(easy, "Location");
+    request.answered =
+        !moved || request.headers || transfer.m_address.GetScheme() == "ftp" || target.empty();
+    if (request.answered || transfer.m_redirects++ == 10)
+        return size;
+    // libcurl would also follow other statuses, and a redirect whose header is cut. From http to
+    // https, another request follows: libcurl would tell its proxy the password of the former one.
+    request.upgraded = transfer.Speaks("http") && curl_strnequal(target.c_str(), "https:", 6);
+    const long followed = GetWebInfo<long>(easy, CURLINFO_REDIRECT_COUNT);
+    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, request.upgraded ? 0L : followed + 1);
     return size;
 }
 

@@ -91,7 +91,7 @@ private:
     std::map<curl_socket_t, unsigned long long> m_sockets; // opened by libcurl, with their inodes
     const CurlMulti m_multi{curl_multi_init()};
     WebAddress m_address;
-    int m_attempt = 0;
+    int m_attempt = 0, m_redirects = 0; // of the attempt
 
     // The current request and its answer.
     struct Request
@@ -100,6 +100,7 @@ private:
         CurlHeaders headers;
         CurlEasy easy{curl_easy_init()};
         bool answered = false; // the last header is complete, or some of the body has arrived
+        bool upgraded = false; // a redirect leads from http to https
         bool ended = false;
         bool closedByPeer = false; // over TLS
         CURLcode result = CURLE_OK;
