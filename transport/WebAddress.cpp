@@ -13,10 +13,13 @@ std::string GetPart(const CurlUrl& url, CURLUPart part)
     return found == CURLUE_OK ? CurlText(text).get() : std::string();
 }
 
-CurlUrl Parse(const std::string& text, unsigned flags = 0)
+CurlUrl Parse(const std::string& text)
 {
+    // libcurl would replace a space in a query by '+', which not every server reads as a space.
+    wxString encoded = wxString::From8BitData(text.c_str());
+    encoded.Replace(" ", "%20");
     CurlUrl url(curl_url());
-    if (curl_url_set(url.get(), CURLUPART_URL, text.c_str(), flags) != CURLUE_OK)
+    if (curl_url_set(url.get(), CURLUPART_URL, encoded.To8BitData(), CURLU_URLENCODE) != CURLUE_OK)
         url.reset();
     return url;
 }
@@ -36,10 +39,7 @@ bool IsSameSite(const CurlUrl& from, const CurlUrl& to)
 
 bool WebAddress::Set(const std::string& url)
 {
-    // libcurl would replace a space in a query by '+', which not every server reads as a space.
-    wxString text = wxString::FromUTF8(url);
-    text.Replace(" ", "%20");
-    m_given = Parse(text.utf8_string(), CURLU_URLENCODE);
+    m_given = Parse(url);
     m_url = Parse(GetPart(m_given, CURLUPART_URL));
     // For these, libcurl would return a list of files.
     const wxString path = GetPart(m_url, CURLUPART_PATH);
