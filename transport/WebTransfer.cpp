@@ -138,7 +138,8 @@ void WebTransfer::StartRequest(const std::string& range)
     curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, m_address.GetScheme().c_str());
     curl_easy_setopt(easy, CURLOPT_USERAGENT, "Kestrel/" KESTREL_VERSION);
     curl_easy_setopt(easy, CURLOPT_MAXREDIRS, 0L); // until OnHeader() permits more
-    // Each address of a host, except the last, is tried for half of the time that is left.
+    // Each address of a host, except the last, is tried for half of the time that is left. A proxy
+    // that refuses must end its answer in time, trailers included.
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, static_cast<long>(m_timeout.count()));
     curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, RECEIVE_SIZE);
     // Over HTTP/2, libcurl would take some broken connections for the end of the answer. Without
@@ -367,8 +368,7 @@ size_t WebTransfer::OnHeader(char* data, size_t, size_t size, void* self)
     request.closedByPeer = false; // that was the connection of a redirect
     if (!transfer.MayGoOn() || request.headerSize > HEADER_LIMIT)
         return 0;
-    // Neither an ftp server's replies nor trailers of a proxy that refuses bring the answer nearer.
-    if (transfer.Speaks("ftp") || GetWebInfo<long>(easy, CURLINFO_HTTP_CONNECTCODE) >= 300)
+    if (transfer.Speaks("ftp")) // its replies do not bring the answer nearer
         return size;
     // A header line counts as an arrival, because each redirect may take its time.
     if (!transfer.m_resource.IsKnown())
